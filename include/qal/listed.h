@@ -1,0 +1,39 @@
+/* List-directed output: PRINT *, WRITE(u,*), and WRITE(variable,*). */
+#ifndef QAL_LISTED_H
+#define QAL_LISTED_H
+
+#include "qal/abi.h"
+#include "qal/statement.h"
+
+QAL_BEGIN_DECLS
+
+/* Sequential: start, items, end.  Each returns 0 or an error number (only
+ * when the statement has SF_ERR_RETURN; otherwise a failure is fatal).
+ * After a non-zero return the statement is over. */
+QAL_EXPORT int __f90_sslw(IoStatementSlw* stmt);
+QAL_EXPORT int __f90_sslw_pos(IoStatementSlw* stmt, int64_t pos);
+QAL_EXPORT int __f90_slw_ch(IoStatementSlw* stmt, const char* text, int64_t length);
+QAL_EXPORT int __f90_slw_i4(IoStatementSlw* stmt, int32_t value);
+QAL_EXPORT int __f90_slw_i8(IoStatementSlw* stmt, int64_t value);
+QAL_EXPORT int __f90_slw_u4(IoStatementSlw* stmt, uint32_t value);
+QAL_EXPORT int __f90_slw_u8(IoStatementSlw* stmt, uint64_t value);
+QAL_EXPORT int __f90_slw_l1(IoStatementSlw* stmt, int8_t value);
+QAL_EXPORT int __f90_slw_l4(IoStatementSlw* stmt, int32_t value);
+QAL_EXPORT int __f90_slw_l8(IoStatementSlw* stmt, int64_t value);
+QAL_EXPORT int __f90_eslw(IoStatementSlw* stmt);
+
+/* Internal: the records are the elements of a character variable. */
+QAL_EXPORT int __f90_silw(IoStatementIl* stmt);
+QAL_EXPORT int __f90_ilw_ch(IoStatementIl* stmt, const char* text, int64_t length);
+QAL_EXPORT int __f90_ilw_i4(IoStatementIl* stmt, int32_t value);
+QAL_EXPORT int __f90_ilw_i8(IoStatementIl* stmt, int64_t value);
+QAL_EXPORT int __f90_ilw_u4(IoStatementIl* stmt, uint32_t value);
+QAL_EXPORT int __f90_ilw_u8(IoStatementIl* stmt, uint64_t value);
+QAL_EXPORT int __f90_ilw_l1(IoStatementIl* stmt, int8_t value);
+QAL_EXPORT int __f90_ilw_l4(IoStatementIl* stmt, int32_t value);
+QAL_EXPORT int __f90_ilw_l8(IoStatementIl* stmt, int64_t value);
+QAL_EXPORT int __f90_eilw(IoStatementIl* stmt);
+
+QAL_END_DECLS
+
+#endif

@@ -1,0 +1,13 @@
+/* Everything a compiler writer needs to call libqal. */
+#ifndef QAL_QAL_H
+#define QAL_QAL_H
+
+#include "qal/abi.h"
+#include "qal/diagnostics.h"
+#include "qal/errors.h"
+#include "qal/listed.h"
+#include "qal/location.h"
+#include "qal/statement.h"
+#include "qal/unit.h"
+
+#endif

@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# Builds the library and the test suite and runs every test.  With
+# --sanitize the build uses AddressSanitizer and UndefinedBehaviorSanitizer.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+"$root/scripts/deps.sh"
+dir="$root/build"
+opts=(-DCMAKE_BUILD_TYPE=Release -DQAL_TESTS=ON)
+if [ "${1:-}" = "--sanitize" ]; then
+  dir="$root/build-sanitize"
+  opts=(-DCMAKE_BUILD_TYPE=Debug -DQAL_SANITIZE=ON -DQAL_TESTS=ON)
+  export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0
+  export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+fi
+cmake -S "$root" -B "$dir" -G Ninja "${opts[@]}" >/dev/null
+cmake --build "$dir" -j2
+ctest --test-dir "$dir" -j2 --output-on-failure

@@ -1,0 +1,103 @@
+// Internal view of the frame shared by every external-file statement: the
+// unit table operations, the failure exit, and the start and end steps.
+#pragma once
+
+#include <errno.h>
+#include <stdlib.h>
+
+#include <type_traits>
+
+#include "qal/diagnostics.h"
+#include "qal/errors.h"
+#include "qal/statement.h"
+#include "qal/unit.h"
+
+namespace qal {
+
+// Which twin of an operation runs: report and abort, or hand the number back.
+enum class OnError { Abort, Return };
+
+// Largest file name a report shows, plus its terminator.
+inline constexpr size_t kNameCopySize = 4097;
+
+inline bool initio_done() { return __atomic_load_n(&__f90_initio_done, __ATOMIC_ACQUIRE) != 0; }
+
+inline bool is_default_record(const Unit* u) {
+  return u == &__f90_default_error_unit || u == &__f90_default_input_unit ||
+         u == &__f90_default_output_unit;
+}
+
+// Take a numbered unit for this thread; 0, 1001 or 12.  Under Abort the
+// failures are reported here and never come back.
+int take_numbered_unit(Unit** result, int64_t unit, const Location* location, OnError mode);
+// Take one of the static default records (no table lookup, no master lock).
+void take_default_unit(Unit* u);
+
+// Implicit connection of a taken unconnected record to fort.N.  The return
+// twin frees what it made and releases the unit on failure.
+int connect_implicitly(int64_t unit, Unit* u, bool for_output, const Location* location,
+                       OnError mode);
+
+// Raw transfer to the unit's stream or descriptor; errno value or 0.  These
+// neither release nor report.
+int write_raw(Unit* u, const void* data, uint64_t length);
+int flush_raw(Unit* u);
+
+int32_t synchronous_flag();
+
+// The fields every external-file statement head has, wherever its mode puts
+// them, so that the frame code is written once.
+struct StatementRef {
+  uint32_t* stmt_flags;
+  const Location* location;
+  int64_t* unit;
+  Unit** unit_ptr;
+  const int32_t** format;  // null in modes without a format
+};
+
+template <class Stmt>
+StatementRef statement_ref(Stmt* s) {
+  StatementRef r{&s->stmt_flags, s->location, &s->unit, &s->unit_ptr, nullptr};
+  if constexpr (requires { s->format; }) r.format = &s->format;
+  return r;
+}
+
+struct FailureDetail {
+  uint32_t return_flag = SF_ERR_RETURN;  // the flag that asks for the number
+  bool unit_line = true;                 // print the Unit and File lines
+  bool bytes_line = false;
+  uint64_t bytes = 0;
+  const char* file_name = nullptr;  // shown instead of the unit's own name
+};
+
+// The one exit of a failing statement: free a run-time format, then either
+// release the unit and return the number, or copy the file name, release,
+// report and abort.  `u` is the taken unit, or null.
+int fail_statement(const StatementRef& s, Unit* u, int err, FailureDetail detail = {});
+
+// Banner, message, location, then the Unit and File lines, then abort.
+[[noreturn]] void report_and_abort(int err, const Location* location, bool unit_line,
+                                   int64_t unit, const char* file_name, bool bytes_line = false,
+                                   uint64_t bytes = 0);
+
+struct StartMode {
+  bool write;
+  bool formatted;
+  bool list_directed;  // list-directed writes leave rounding unresolved
+};
+
+// Start-entry steps 1 to 3: initialise, resolve the unit (default or
+// numbered), take it, connect it implicitly.  On success *s.unit_ptr holds
+// the taken unit; on failure the statement is over.
+int start_take_unit(const StatementRef& s, const StartMode& mode);
+// Steps 4 to 6: check the connection, resolve modes, turn the unit around.
+int start_check_and_turn(const StatementRef& s, Unit* u, const StartMode& mode);
+
+// End-entry steps 3 and 4: push pending bytes where the unit wants it, and
+// the delayed truncation.  Does not release.
+int end_push(const StatementRef& s, Unit* u);
+
+// Point the three buffer cursors at the start of the buffer.
+inline void reset_cursors(Unit* u) { u->flush_ptr = u->data_ptr = u->data_end = u->buffer; }
+
+}  // namespace qal
