@@ -9,7 +9,7 @@ opts=(-DCMAKE_BUILD_TYPE=Release -DQAL_TESTS=ON)
 if [ "${1:-}" = "--sanitize" ]; then
   dir="$root/build-sanitize"
   opts=(-DCMAKE_BUILD_TYPE=Debug -DQAL_SANITIZE=ON -DQAL_TESTS=ON)
-  export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0
+  export ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:allocator_may_return_null=1
   export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 fi
 cmake -S "$root" -B "$dir" -G Ninja "${opts[@]}" >/dev/null

@@ -31,8 +31,8 @@ const char* lookup(int set, int number, const char* fallback) {
   return text;
 }
 
-// The text of an error number, or null when its range has none.
-// Numbers past the end of a table have no text rather than a stray read.
+// The text of an error number, or null when it has none; a number past the
+// end of its table has none rather than a read beyond it.
 const char* message_text(int32_t number) {
   if (number >= 1 && number <= 999) return strerror(number);
   if (number >= 1000 && number < 2000) {

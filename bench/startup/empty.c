@@ -1,0 +1,2 @@
+/* The smallest program: start-up and exit, nothing else. */
+int main(void) { return 0; }
