@@ -11,7 +11,6 @@ InternalListWrite::InternalListWrite(char* variable, int32_t len, uint32_t flags
   s_->stmt_flags = flags;
   s_->location = &loc_;
   s_->element_length = len;
-  s_->rank = 0;
   s_->internal_unit = variable;
 }
 

@@ -1,0 +1,112 @@
+#!/usr/bin/env bash
+# Builds the benchmarks (Release, build-bench/), builds the gfortran peers
+# with -O2, runs every pair REPS times and prints a markdown table of medians.
+# Ratios are peer/ours, taken within each repetition and then the median.
+#
+#   bash bench/run.sh            REPS=5, ROUNDS=200 fork+exec rounds per repetition
+#   REPS=9 ROUNDS=400 bash bench/run.sh
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+root=$(dirname "$here")
+build="$root/build-bench"
+reps=${REPS:-5}
+rounds=${ROUNDS:-200}
+
+# Work sizes; they must match the fixed iteration counts in list_write.cc.
+list_statements=4000    # of 1000 items each
+single_statements=1000000
+
+echo "== building (Release, $build)" >&2
+cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DQAL_BENCH=ON \
+  -DQAL_TESTS=OFF -DQAL_EXAMPLES=OFF >/dev/null
+cmake --build "$build" -j2 -- -j2 >/dev/null
+
+peers="$build/bench/peers"
+mkdir -p "$peers"
+for p in list_items one_item_statement hello; do
+  gfortran -O2 "$here/peers/$p.f90" -o "$peers/$p"
+done
+
+bench="$build/bench/bench_list_write"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+# gfortran's own buffering must not be switched off from the environment.
+unset GFORTRAN_UNBUFFERED_ALL GFORTRAN_UNBUFFERED_PRECONNECTED \
+  GFORTRAN_FORMATTED_BUFFER_SIZE 2>/dev/null || true
+
+# ns per iteration of one benchmark (csv column 3, unit ns) divided by $2.
+ours() {
+  rm -f fort.10
+  "$bench" --benchmark_filter="^$1\$" --benchmark_format=csv 2>/dev/null |
+    awk -F, -v per="$2" 'NR > 1 { printf "%.3f\n", $3 / per }'
+  rm -f fort.10
+}
+peer() {
+  rm -f fort.10
+  "$peers/$1" "$2"
+  rm -f fort.10
+}
+median() {
+  printf '%s\n' "$@" | sort -g |
+    awk '{ a[NR] = $1 } END { if (NR % 2) print a[(NR + 1) / 2]; else print (a[NR / 2] + a[NR / 2 + 1]) / 2 }'
+}
+ratio() { awk -v p="$1" -v o="$2" 'BEGIN { printf "%.3f\n", p / o }'; }
+
+declare -A o p r
+add() {  # add KEY OURS PEER
+  o[$1]+="$2 "
+  p[$1]+="$3 "
+  r[$1]+="$(ratio "$3" "$2") "
+}
+
+for ((k = 1; k <= reps; ++k)); do
+  echo "== repetition $k of $reps" >&2
+  # Alternate which side goes first, so slow drift favours neither.
+  if ((k % 2)); then
+    a=$(ours BM_ListItems 1000); b=$(peer list_items $list_statements)
+    c=$(ours BM_OneItemStatement 1); d=$(peer one_item_statement $single_statements)
+  else
+    b=$(peer list_items $list_statements); a=$(ours BM_ListItems 1000)
+    d=$(peer one_item_statement $single_statements); c=$(ours BM_OneItemStatement 1)
+  fi
+  add items "$a" "$b"
+  add stmt "$c" "$d"
+
+  declare -A t=()
+  while read -r name ns; do t[$name]=$ns; done < <(
+    "$build/bench/exec_timer" "$rounds" \
+      c_empty="$build/bench/startup_empty_c" qal_empty="$build/bench/startup_empty_qal" \
+      c_hello="$build/bench/startup_hello_c" qal_hello="$build/bench/startup_hello_qal" \
+      gf_hello="$peers/hello")
+  add empty "${t[qal_empty]}" "${t[c_empty]}"
+  add hello "${t[qal_hello]}" "${t[c_hello]}"
+  add gfhello "${t[qal_hello]}" "${t[gf_hello]}"
+done
+
+row() {  # row KEY LABEL PEER GOAL(ratio at least, or -)
+  # shellcheck disable=SC2086
+  local om pm rm met
+  om=$(median ${o[$1]}); pm=$(median ${p[$1]}); rm=$(median ${r[$1]})
+  if [[ $4 == - ]]; then
+    met="(information)"
+  elif awk -v x="$rm" -v g="$4" 'BEGIN { exit !(x >= g) }'; then
+    met=yes
+  else
+    met=NO
+  fi
+  printf '| %s | %s | %.1f | %.1f | %.2f | %s | %s |\n' "$2" "$3" "$om" "$pm" "$rm" \
+    "$( [[ $4 == - ]] && echo - || echo "≥ $4" )" "$met"
+}
+
+echo
+echo "$(date -u '+%Y-%m-%d %H:%M UTC'), $(nproc) cores, $reps repetitions, medians (ns)"
+echo
+echo '| benchmark | peer | ours ns | peer ns | peer/ours | goal | met |'
+echo '| --- | --- | ---: | ---: | ---: | --- | --- |'
+row items 'WRITE(10,*) of 1000 integers, per item' 'gfortran -O2' 6
+row stmt 'WRITE(10,*) I, per statement' 'gfortran -O2' 4
+row empty 'start-up: empty main linked with libqal, per exec' 'plain C, empty main' 0.91
+row hello 'start-up: PRINT * hello via libqal, per exec' 'plain C, fputs hello' 0.91
+row gfhello 'start-up: PRINT * hello via libqal, per exec' 'gfortran hello' -
