@@ -1,5 +1,7 @@
 #include "frame/report.h"
 
+#include "util/decimal.h"
+
 namespace qal {
 namespace {
 
@@ -24,28 +26,12 @@ struct Sink {
     ++total;
   }
 
-  void put_unsigned(uint64_t v) {
-    char digits[20];
-    int n = 0;
-    do {
-      digits[n++] = static_cast<char>('0' + v % 10);
-      v /= 10;
-    } while (v != 0);
-    while (n > 0) put(digits[--n]);
-  }
-
-  void put_signed(int64_t v) {
-    if (v < 0) {
-      put('-');
-      put_unsigned(0 - static_cast<uint64_t>(v));
-    } else {
-      put_unsigned(static_cast<uint64_t>(v));
-    }
-  }
-
   void put_integer(const ReportArg& a) {
-    if (a.kind() == ReportArg::Kind::Signed) put_signed(a.as_signed());
-    if (a.kind() == ReportArg::Kind::Unsigned) put_unsigned(a.as_unsigned());
+    char buf[kMaxDecimalDigits + 1];
+    int n = 0;
+    if (a.kind() == ReportArg::Kind::Signed) n = signed_to_decimal(a.as_signed(), buf);
+    if (a.kind() == ReportArg::Kind::Unsigned) n = unsigned_to_decimal(a.as_unsigned(), buf);
+    for (int i = 0; i < n; ++i) put(buf[i]);
   }
 
   // At most `limit` bytes of the text, never past its NUL, so a counted
