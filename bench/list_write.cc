@@ -23,7 +23,7 @@ namespace {
 using namespace qal;
 
 constexpr int kItemsPerStatement = 1000;
-constexpr int64_t kStatementsOfItems = 4000;     // 4,000,000 items
+constexpr int64_t kStatementsOfItems = 4000;  // 4,000,000 items
 constexpr int64_t kSingleItemStatements = 1000000;
 
 constexpr Location kWhere = {LOC_WRITE, 7, "bench.f90"};
@@ -62,9 +62,9 @@ void BM_ListItems(benchmark::State& state) {
   write_items(a.data());
   for (auto _ : state) write_items(a.data());
   state.counters["items_per_iteration"] = kItemsPerStatement;
-  state.counters["per_item"] = benchmark::Counter(
-      kItemsPerStatement, benchmark::Counter::kIsIterationInvariantRate |
-                              benchmark::Counter::kInvert);
+  state.counters["per_item"] =
+      benchmark::Counter(kItemsPerStatement, benchmark::Counter::kIsIterationInvariantRate |
+                                                 benchmark::Counter::kInvert);
 }
 BENCHMARK(BM_ListItems)->Iterations(kStatementsOfItems)->Unit(benchmark::kNanosecond);
 

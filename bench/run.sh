@@ -36,22 +36,34 @@ cd "$work"
 unset GFORTRAN_UNBUFFERED_ALL GFORTRAN_UNBUFFERED_PRECONNECTED \
   GFORTRAN_FORMATTED_BUFFER_SIZE 2>/dev/null || true
 
-# ns per iteration of one benchmark (csv column 3, unit ns) divided by $2.
-ours() {
-  rm -f fort.10
-  "$bench" --benchmark_filter="^$1\$" --benchmark_format=csv 2>/dev/null |
-    awk -F, -v per="$2" 'NR > 1 { printf "%.3f\n", $3 / per }'
+# Both sides must leave RECORDS records in fort.10 (the untimed first
+# statement included), or the figure means nothing.
+check_records() {  # check_records WHO RECORDS
+  local n
+  n=$(wc -l <fort.10)
+  if ((n != $2)); then
+    echo "run.sh: $1 left $n records in fort.10, expected $2" >&2
+    exit 1
+  fi
   rm -f fort.10
 }
-peer() {
+# ns per iteration of one benchmark (csv column 3, unit ns) divided by ITEMS.
+ours() {  # ours BENCHMARK ITEMS RECORDS
+  rm -f fort.10
+  "$bench" --benchmark_filter="^$1/" --benchmark_format=csv 2>/dev/null |
+    awk -F, -v per="$2" 'NR > 1 { printf "%.3f\n", $3 / per }'
+  check_records "$1" "$3"
+}
+peer() {  # peer PROGRAM STATEMENTS
   rm -f fort.10
   "$peers/$1" "$2"
-  rm -f fort.10
+  check_records "$1" $(($2 + 1))
 }
-median() {
-  printf '%s\n' "$@" | sort -g |
+median() {  # median "x y z ..."
+  tr ' ' '\n' <<<"$1" | grep . | sort -g |
     awk '{ a[NR] = $1 } END { if (NR % 2) print a[(NR + 1) / 2]; else print (a[NR / 2] + a[NR / 2 + 1]) / 2 }'
 }
+ns() { awk -v x="$1" 'BEGIN { printf(x < 1000 ? "%.1f" : "%.0f", x) }'; }
 ratio() { awk -v p="$1" -v o="$2" 'BEGIN { printf "%.3f\n", p / o }'; }
 
 declare -A o p r
@@ -65,11 +77,15 @@ for ((k = 1; k <= reps; ++k)); do
   echo "== repetition $k of $reps" >&2
   # Alternate which side goes first, so slow drift favours neither.
   if ((k % 2)); then
-    a=$(ours BM_ListItems 1000); b=$(peer list_items $list_statements)
-    c=$(ours BM_OneItemStatement 1); d=$(peer one_item_statement $single_statements)
+    a=$(ours BM_ListItems 1000 $((list_statements + 1)))
+    b=$(peer list_items $list_statements)
+    c=$(ours BM_OneItemStatement 1 $((single_statements + 1)))
+    d=$(peer one_item_statement $single_statements)
   else
-    b=$(peer list_items $list_statements); a=$(ours BM_ListItems 1000)
-    d=$(peer one_item_statement $single_statements); c=$(ours BM_OneItemStatement 1)
+    b=$(peer list_items $list_statements)
+    a=$(ours BM_ListItems 1000 $((list_statements + 1)))
+    d=$(peer one_item_statement $single_statements)
+    c=$(ours BM_OneItemStatement 1 $((single_statements + 1)))
   fi
   add items "$a" "$b"
   add stmt "$c" "$d"
@@ -78,17 +94,19 @@ for ((k = 1; k <= reps; ++k)); do
   while read -r name ns; do t[$name]=$ns; done < <(
     "$build/bench/exec_timer" "$rounds" \
       c_empty="$build/bench/startup_empty_c" qal_empty="$build/bench/startup_empty_qal" \
+      dso_empty="$build/bench/startup_empty_dso" \
       c_hello="$build/bench/startup_hello_c" qal_hello="$build/bench/startup_hello_qal" \
       gf_hello="$peers/hello")
   add empty "${t[qal_empty]}" "${t[c_empty]}"
   add hello "${t[qal_hello]}" "${t[c_hello]}"
   add gfhello "${t[qal_hello]}" "${t[gf_hello]}"
+  add dso "${t[dso_empty]}" "${t[c_empty]}"
+  add qaldso "${t[qal_empty]}" "${t[dso_empty]}"
 done
 
 row() {  # row KEY LABEL PEER GOAL(ratio at least, or -)
-  # shellcheck disable=SC2086
   local om pm rm met
-  om=$(median ${o[$1]}); pm=$(median ${p[$1]}); rm=$(median ${r[$1]})
+  om=$(median "${o[$1]}"); pm=$(median "${p[$1]}"); rm=$(median "${r[$1]}")
   if [[ $4 == - ]]; then
     met="(information)"
   elif awk -v x="$rm" -v g="$4" 'BEGIN { exit !(x >= g) }'; then
@@ -96,7 +114,7 @@ row() {  # row KEY LABEL PEER GOAL(ratio at least, or -)
   else
     met=NO
   fi
-  printf '| %s | %s | %.1f | %.1f | %.2f | %s | %s |\n' "$2" "$3" "$om" "$pm" "$rm" \
+  printf '| %s | %s | %s | %s | %.2f | %s | %s |\n' "$2" "$3" "$(ns "$om")" "$(ns "$pm")" "$rm" \
     "$( [[ $4 == - ]] && echo - || echo "≥ $4" )" "$met"
 }
 
@@ -110,3 +128,5 @@ row stmt 'WRITE(10,*) I, per statement' 'gfortran -O2' 4
 row empty 'start-up: empty main linked with libqal, per exec' 'plain C, empty main' 0.91
 row hello 'start-up: PRINT * hello via libqal, per exec' 'plain C, fputs hello' 0.91
 row gfhello 'start-up: PRINT * hello via libqal, per exec' 'gfortran hello' -
+row dso 'start-up control: empty main linked with an empty .so (not ours), per exec' 'plain C, empty main' -
+row qaldso 'start-up: empty main linked with libqal, per exec' 'empty main linked with an empty .so' -
