@@ -209,6 +209,27 @@ int write_character(Stmt* s, const char* text, int64_t length) {
 
 template <class T>
 int write_item(Stmt* s, T value) {
+  if constexpr (std::is_integral_v<T>) {
+    // The usual case, every item after the first: separator and digits go
+    // straight into the buffer when the record and the buffer have room.
+    using U = std::make_unsigned_t<T>;
+    Unit* u = s->unit_ptr;
+    const bool negative = std::is_signed_v<T> && value < 0;
+    const U magnitude = negative ? U(0) - static_cast<U>(value) : static_cast<U>(value);
+    const int64_t n = decimal_length(magnitude) + negative;
+    char* p = u->data_end;
+    if (!(s->stmt_flags & (SF_FIRST_ITEM | SF_F77_WRITE)) &&
+        static_cast<uint64_t>(u->column + 1 + n) <= u->record_length && u->buffer_end - p > n) {
+      s->stmt_flags &= ~SF_STICKY_SEPARATOR;
+      char* end = p + 1 + n;
+      *p = ' ';
+      unsigned_to_decimal_backward(magnitude, end);
+      if (negative) p[1] = '-';
+      u->data_end = end;
+      u->column += n + 1;
+      return 0;
+    }
+  }
   ItemText t;
   make_item_text(value, s->stmt_flags, t);
   return buffer_block(s, s->unit_ptr, t.data, t.length);
