@@ -68,6 +68,26 @@ void BM_ListItems(benchmark::State& state) {
 }
 BENCHMARK(BM_ListItems)->Iterations(kStatementsOfItems)->Unit(benchmark::kNanosecond);
 
+constexpr int64_t kTenItemStatements = 400000;
+
+// WRITE(10,*) A(K+1), ..., A(K+10): ten scalar items, each its own call.
+void BM_TenItems(benchmark::State& state) {
+  const auto a = item_values();
+  write_one(0);
+  int k = 0;
+  for (auto _ : state) {
+    IoStatementSlw io = {};
+    io.location = &kWhere;
+    io.unit = 10;
+    __f90_sslw(&io);
+    for (int i = 0; i < 10; ++i) __f90_slw_i4(&io, a[k + i]);
+    __f90_eslw(&io);
+    k = (k + 10) % kItemsPerStatement;
+  }
+  state.counters["items_per_iteration"] = 10;
+}
+BENCHMARK(BM_TenItems)->Iterations(kTenItemStatements)->Unit(benchmark::kNanosecond);
+
 // Cost of a whole one-item statement: DO I = 1, N; WRITE(10,*) I; END DO.
 void BM_OneItemStatement(benchmark::State& state) {
   write_one(0);

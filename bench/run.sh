@@ -16,6 +16,7 @@ rounds=${ROUNDS:-200}
 # Work sizes; they must match the fixed iteration counts in list_write.cc.
 list_statements=4000    # of 1000 items each
 single_statements=1000000
+ten_statements=400000   # of 10 scalar items each
 
 echo "== building (Release, $build)" >&2
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DQAL_BENCH=ON \
@@ -24,7 +25,7 @@ cmake --build "$build" -j2 -- -j2 >/dev/null
 
 peers="$build/bench/peers"
 mkdir -p "$peers"
-for p in list_items one_item_statement hello; do
+for p in list_items ten_items one_item_statement hello; do
   gfortran -O2 "$here/peers/$p.f90" -o "$peers/$p"
 done
 
@@ -81,7 +82,11 @@ for ((k = 1; k <= reps; ++k)); do
     b=$(peer list_items $list_statements)
     c=$(ours BM_OneItemStatement 1 $((single_statements + 1)))
     d=$(peer one_item_statement $single_statements)
+    e=$(ours BM_TenItems 10 $((ten_statements + 1)))
+    f=$(peer ten_items $ten_statements)
   else
+    f=$(peer ten_items $ten_statements)
+    e=$(ours BM_TenItems 10 $((ten_statements + 1)))
     b=$(peer list_items $list_statements)
     a=$(ours BM_ListItems 1000 $((list_statements + 1)))
     d=$(peer one_item_statement $single_statements)
@@ -89,6 +94,7 @@ for ((k = 1; k <= reps; ++k)); do
   fi
   add items "$a" "$b"
   add stmt "$c" "$d"
+  add ten "$e" "$f"
 
   declare -A t=()
   while read -r name ns; do t[$name]=$ns; done < <(
@@ -123,7 +129,8 @@ echo "$(date -u '+%Y-%m-%d %H:%M UTC'), $(nproc) cores, $reps repetitions, media
 echo
 echo '| benchmark | peer | ours ns | peer ns | peer/ours | goal | met |'
 echo '| --- | --- | ---: | ---: | ---: | --- | --- |'
-row items 'WRITE(10,*) of 1000 integers, per item' 'gfortran -O2' 6
+row ten 'WRITE(10,*) of 10 scalar integers, per item' 'gfortran -O2' 6
+row items 'WRITE(10,*) (A(I),I=1,1000), per item' 'gfortran -O2 (one array transfer)' 6
 row stmt 'WRITE(10,*) I, per statement' 'gfortran -O2' 4
 row empty 'start-up: empty main linked with libqal, per exec' 'plain C, empty main' 0.91
 row hello 'start-up: PRINT * hello via libqal, per exec' 'plain C, fputs hello' 0.91

@@ -210,7 +210,7 @@ int write_character(Stmt* s, const char* text, int64_t length) {
 template <class T>
 int write_item(Stmt* s, T value) {
   if constexpr (std::is_integral_v<T>) {
-    // The usual case, every item after the first: separator and digits go
+    // The usual case: separator (none for the first item) and digits go
     // straight into the buffer when the record and the buffer have room.
     using U = std::make_unsigned_t<T>;
     Unit* u = s->unit_ptr;
@@ -218,15 +218,17 @@ int write_item(Stmt* s, T value) {
     const U magnitude = negative ? U(0) - static_cast<U>(value) : static_cast<U>(value);
     const int64_t n = decimal_length(magnitude) + negative;
     char* p = u->data_end;
-    if (!(s->stmt_flags & (SF_FIRST_ITEM | SF_F77_WRITE)) &&
-        static_cast<uint64_t>(u->column + 1 + n) <= u->record_length && u->buffer_end - p > n) {
-      s->stmt_flags &= ~SF_STICKY_SEPARATOR;
-      char* end = p + 1 + n;
+    const uint32_t flags = s->stmt_flags;
+    if (!(flags & SF_F77_WRITE) && static_cast<uint64_t>(u->column + 1 + n) <= u->record_length &&
+        u->buffer_end - p > n) {
+      s->stmt_flags = flags & ~(SF_FIRST_ITEM | SF_STICKY_SEPARATOR);
       *p = ' ';
+      p += (flags & SF_FIRST_ITEM) ? 0 : 1;
+      char* end = p + n;
       unsigned_to_decimal_backward(magnitude, end);
-      if (negative) p[1] = '-';
+      if (negative) *p = '-';
+      u->column += end - u->data_end;
       u->data_end = end;
-      u->column += n + 1;
       return 0;
     }
   }
