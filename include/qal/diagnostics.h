@@ -87,32 +87,27 @@ QAL_EXPORT void __f90_assign_iomsg(int32_t number, char* buffer, int64_t length)
 /* Check entries: called by compiled code only when a check fails. */
 QAL_EXPORT QAL_NORETURN void __f95_missing_optional_err(const char* name, int32_t line,
                                                         int32_t column, const char* file);
-QAL_EXPORT QAL_NORETURN void __f95_null_pointer_err(const char* name, int32_t which,
-                                                    int32_t line, int32_t column,
-                                                    const char* file);
+QAL_EXPORT QAL_NORETURN void __f95_null_pointer_err(const char* name, int32_t which, int32_t line,
+                                                    int32_t column, const char* file);
 QAL_EXPORT QAL_NORETURN void __f90_shape_err(int32_t dim, int32_t found, int32_t wanted,
                                              int32_t line, int32_t column, const char* file);
 QAL_EXPORT QAL_NORETURN void __f90_shape_err_long(int64_t dim, int64_t found, int64_t wanted,
-                                                  int64_t line, int64_t column,
-                                                  const char* file);
+                                                  int64_t line, int64_t column, const char* file);
 QAL_EXPORT QAL_NORETURN void __f90_reshape_err(int32_t found, int32_t wanted, int32_t line,
                                                int32_t column, const char* file);
-QAL_EXPORT QAL_NORETURN void __f90_reshape_err_long(int64_t found, int64_t wanted,
-                                                    int64_t line, int64_t column,
-                                                    const char* file);
-QAL_EXPORT QAL_NORETURN void __f90_shape_arguments_err(int32_t dim, int32_t found,
-                                                       int32_t wanted, int32_t line,
-                                                       int32_t column, const char* file,
-                                                       const char* function);
-QAL_EXPORT QAL_NORETURN void __f90_cb_error(int32_t subscript, int32_t value,
-                                            const char* array, int32_t line, int32_t column,
-                                            const char* file);
+QAL_EXPORT QAL_NORETURN void __f90_reshape_err_long(int64_t found, int64_t wanted, int64_t line,
+                                                    int64_t column, const char* file);
+QAL_EXPORT QAL_NORETURN void __f90_shape_arguments_err(int32_t dim, int32_t found, int32_t wanted,
+                                                       int32_t line, int32_t column,
+                                                       const char* file, const char* function);
+QAL_EXPORT QAL_NORETURN void __f90_cb_error(int32_t subscript, int32_t value, const char* array,
+                                            int32_t line, int32_t column, const char* file);
 QAL_EXPORT QAL_NORETURN void __f90_cb_error_long(int64_t subscript, int64_t value,
-                                                 const char* array, int64_t line,
-                                                 int64_t column, const char* file);
+                                                 const char* array, int64_t line, int64_t column,
+                                                 const char* file);
 QAL_EXPORT QAL_NORETURN void __f90_cb_err_str(int32_t which_end, int32_t value,
-                                              const char* variable, int32_t line,
-                                              int32_t column, const char* file);
+                                              const char* variable, int32_t line, int32_t column,
+                                              const char* file);
 QAL_EXPORT QAL_NORETURN void __f90_cb_err_str_long(int64_t which_end, int64_t value,
                                                    const char* variable, int64_t line,
                                                    int64_t column, const char* file);

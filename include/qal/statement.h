@@ -14,11 +14,11 @@ QAL_BEGIN_DECLS
 /* `stmt_flags`.  Some bits mean different things in different modes; each
  * mode's names are given below. */
 enum StatementFlags {
-  SF_ERR_RETURN = 0x00000001,  /* ERR= or IOSTAT= */
-  SF_END_RETURN = 0x00000002,  /* END= or IOSTAT= */
-  SF_EOR_RETURN = 0x00000004,  /* EOR= or IOSTAT= */
-  SF_DEFAULT_UNIT = 0x00000008, /* the unit is * */
-  SF_FIRST_ITEM = 0x00000010,  /* list-directed write: no item yet */
+  SF_ERR_RETURN = 0x00000001,       /* ERR= or IOSTAT= */
+  SF_END_RETURN = 0x00000002,       /* END= or IOSTAT= */
+  SF_EOR_RETURN = 0x00000004,       /* EOR= or IOSTAT= */
+  SF_DEFAULT_UNIT = 0x00000008,     /* the unit is * */
+  SF_FIRST_ITEM = 0x00000010,       /* list-directed write: no item yet */
   SF_STICKY_SEPARATOR = 0x00000020, /* list-directed write: last item was bare text */
   SF_NO_FIRST_BLANK = 0x00000040,
   SF_FREE_FORMAT = 0x00000100, /* run-time format, freed at every exit */

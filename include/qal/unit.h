@@ -55,11 +55,7 @@ enum UnitFlags {
 };
 
 /* Second connection word `flags2`. */
-enum UnitFlags2 {
-  UF2_BYTE_SWAP = 0x0200,
-  UF2_ALIGNMENT = 0x1c00,
-  UF2_TRUNCATE_PENDING = 0x2000
-};
+enum UnitFlags2 { UF2_BYTE_SWAP = 0x0200, UF2_ALIGNMENT = 0x1c00, UF2_TRUNCATE_PENDING = 0x2000 };
 
 typedef struct Unit {
   pthread_mutex_t lock;     /* guards owner, waiters, hold_count, removal */
@@ -142,11 +138,7 @@ typedef struct UnitListCell {
   Unit* unit;
 } UnitListCell;
 
-enum {
-  SMALL_UNIT_TABLE_SIZE = 128,
-  UNIT_TABLE_SIZE = 1024,
-  UNIT_TABLE_MASK = 0x3ff
-};
+enum { SMALL_UNIT_TABLE_SIZE = 128, UNIT_TABLE_SIZE = 1024, UNIT_TABLE_MASK = 0x3ff };
 
 /* The unit table and the three preconnected records. */
 extern QAL_EXPORT pthread_mutex_t __f90_io_master_lock;
@@ -174,10 +166,8 @@ QAL_EXPORT int __f90_initio_r(void);
 
 /* Find or create the record of a unit number and take it for this thread.
  * The result is taken whether or not it is connected. */
-QAL_EXPORT void __f90_get_numbered_unit_a(Unit** result, int64_t unit,
-                                          const Location* location);
-QAL_EXPORT void __f90_get_numbered_unit_f(Unit** result, int64_t unit,
-                                          const Location* location);
+QAL_EXPORT void __f90_get_numbered_unit_a(Unit** result, int64_t unit, const Location* location);
+QAL_EXPORT void __f90_get_numbered_unit_f(Unit** result, int64_t unit, const Location* location);
 QAL_EXPORT int __f90_get_numbered_unit_r(Unit** result, int64_t unit);
 QAL_EXPORT Unit* __f90_get_default_input_unit(void);
 QAL_EXPORT Unit* __f90_get_default_output_unit(void);

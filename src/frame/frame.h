@@ -76,8 +76,8 @@ struct FailureDetail {
 int fail_statement(const StatementRef& s, Unit* u, int err, FailureDetail detail = {});
 
 // Banner, message, location, then the Unit and File lines, then abort.
-[[noreturn]] void report_and_abort(int err, const Location* location, bool unit_line,
-                                   int64_t unit, const char* file_name, bool bytes_line = false,
+[[noreturn]] void report_and_abort(int err, const Location* location, bool unit_line, int64_t unit,
+                                   const char* file_name, bool bytes_line = false,
                                    uint64_t bytes = 0);
 
 struct StartMode {

@@ -120,8 +120,9 @@ int fail_statement(const StatementRef& s, Unit* u, int err, FailureDetail detail
   }
   if (!(*s.stmt_flags & detail.return_flag)) {
     char name[kNameCopySize];
-    const char* file = detail.file_name ? detail.file_name : u ? __f90_copy_filename(u, name)
-                                                               : nullptr;
+    const char* file = detail.file_name ? detail.file_name
+                       : u              ? __f90_copy_filename(u, name)
+                                        : nullptr;
     if (u) __f90_release_unit(u);
     report_and_abort(err, s.location, detail.unit_line, *s.unit, file, detail.bytes_line,
                      detail.bytes);
@@ -149,8 +150,8 @@ int start_take_unit(const StatementRef& s, const StartMode& mode) {
       if (!(u->flags & UF_CONNECTED)) {
         FailureDetail d;
         d.unit_line = false;
-        return fail_statement(s, u, mode.write ? ERR_DEFAULT_OUTPUT_CLOSED
-                                               : ERR_DEFAULT_INPUT_CLOSED, d);
+        return fail_statement(s, u,
+                              mode.write ? ERR_DEFAULT_OUTPUT_CLOSED : ERR_DEFAULT_INPUT_CLOSED, d);
       }
       *s.unit_ptr = u;
       return 0;
@@ -178,8 +179,7 @@ int start_take_unit(const StatementRef& s, const StartMode& mode) {
     if (mode.formatted) {
       u->flags |= UF_SEQUENTIAL | UF_FORMATTED;
       u->record_length = 2147483646;
-      u->inquire_record_length =
-          (flags & (SF_F77_READ | SF_F77_WRITE)) ? 0 : u->record_length;
+      u->inquire_record_length = (flags & (SF_F77_READ | SF_F77_WRITE)) ? 0 : u->record_length;
     } else {
       u->flags = (u->flags | UF_SEQUENTIAL) & ~(UF_FORMATTED | UF_PRINT_FORM);
       u->record_length = 2147483647;

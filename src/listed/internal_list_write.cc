@@ -26,10 +26,13 @@ int fail(Stmt* s, int err) {
 
 int64_t* indices(Stmt* s) { return s->walk; }
 char** rows(Stmt* s) { return reinterpret_cast<char**>(s->walk + s->rank); }
-const InternalUnit* descriptor(Stmt* s) { return static_cast<const InternalUnit*>(s->internal_unit); }
+const InternalUnit* descriptor(Stmt* s) {
+  return static_cast<const InternalUnit*>(s->internal_unit);
+}
 
 void blank_fill(Stmt* s) {
-  if (s->cursor < s->record_end) memset(s->cursor, ' ', static_cast<size_t>(s->record_end - s->cursor));
+  if (s->cursor < s->record_end)
+    memset(s->cursor, ' ', static_cast<size_t>(s->record_end - s->cursor));
   s->cursor = s->record_end;
 }
 
@@ -95,8 +98,7 @@ int write_character(Stmt* s, const char* text, int64_t length) {
     s->cursor += length;
     return 0;
   }
-  const bool separator =
-      !((s->stmt_flags & SF_INTERNAL_STICKY) && s->cursor != s->record_start);
+  const bool separator = !((s->stmt_flags & SF_INTERNAL_STICKY) && s->cursor != s->record_start);
   if (separator) {
     if (s->cursor >= s->record_end)
       if (int err = next_record(s)) return err;

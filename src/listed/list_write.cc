@@ -280,8 +280,8 @@ int seek_stream_unit(Stmt* s, Unit* u, int64_t pos) {
   struct stat st;
   if (fstat(u->fd, &st) != 0) return fail(s, errno);
   if (pos < 1 || pos - 1 > st.st_size) return fail(s, ERR_BAD_POS);
-  const bool seek_failed = u->stream ? fseeko(u->stream, pos - 1, SEEK_SET) != 0
-                                     : lseek(u->fd, pos - 1, SEEK_SET) < 0;
+  const bool seek_failed =
+      u->stream ? fseeko(u->stream, pos - 1, SEEK_SET) != 0 : lseek(u->fd, pos - 1, SEEK_SET) < 0;
   if (seek_failed) return fail(s, errno);
   if (u->buffer) reset_cursors(u);
   u->flags &= ~(UF_RECORD_LOADED | UF_AT_EOF_DATA | UF_AFTER_ENDFILE | UF_LAST_READ);

@@ -97,8 +97,8 @@ TEST(DefaultUnits, ComeFromTheLibcStreams) {
     if (err != (0x3811 | UF_LAST_WRITE | UF_BLANK_NULL | UF_REGULAR_FILE)) _exit(2);
     if (in != (0x3411 | UF_LAST_READ | UF_BLANK_NULL)) _exit(3);
     if (__f90_default_output_unit.stream != stdout || __f90_default_output_unit.fd != 1) _exit(4);
-    if (__f90_default_output_unit.record_length != 81 || __f90_small_unit_pointer_table[6] !=
-                                                             &__f90_default_output_unit)
+    if (__f90_default_output_unit.record_length != 81 ||
+        __f90_small_unit_pointer_table[6] != &__f90_default_output_unit)
       _exit(5);
     char buf[4097];
     if (std::string(__f90_copy_filename(&__f90_default_input_unit, buf)) != "standard input")
@@ -212,9 +212,10 @@ TEST(Failures, FailedWriteReportsErrnoWithUnitAndFile) {
     ListWrite(14).all(big.c_str());
   });
   EXPECT_TRUE(r.aborted());
-  EXPECT_EQ(r.err, kBanner + " Error 28:  No space left on device\n"
-                             " Location:  the WRITE statement at line 7 of \"test.f90\"\n"
-                             " Unit:  14\n File:  fort.14\n");
+  EXPECT_EQ(r.err, kBanner +
+                       " Error 28:  No space left on device\n"
+                       " Location:  the WRITE statement at line 7 of \"test.f90\"\n"
+                       " Unit:  14\n File:  fort.14\n");
 }
 
 TEST(Failures, IoMallocReturnsOrReportsTheRequest) {
@@ -226,9 +227,11 @@ TEST(Failures, IoMallocReturnsOrReportsTheRequest) {
   auto r = run_in_child([&] { __f90_io_malloc(&p, 0, ~0ULL >> 2, &loc); });
   EXPECT_TRUE(r.aborted());
   // (A sanitizer may warn about the request before the report.)
-  EXPECT_EQ(r.err.substr(r.err.find(kBanner)), kBanner + " Error 12:  Cannot allocate memory\n"
-                             " Location:  the ALLOCATE statement at line 4 of \"m.f90\"\n"
-                             " Bytes requested:  4611686018427387903\n");
+  EXPECT_EQ(r.err.substr(r.err.find(kBanner)),
+            kBanner +
+                " Error 12:  Cannot allocate memory\n"
+                " Location:  the ALLOCATE statement at line 4 of \"m.f90\"\n"
+                " Bytes requested:  4611686018427387903\n");
 }
 
 TEST(Failures, CopyFilenameStopsAt4096Bytes) {

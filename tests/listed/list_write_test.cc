@@ -54,10 +54,12 @@ TEST(ListWriteSpacing, ItemsAtNaturalWidth) {
       {"empty string", [] { return ListWrite::print().all(""); }, " \n"},
       {"empty list", [] { return ListWrite::print().start().end().status(); }, " \n"},
       {"text then number", [] { return ListWrite::print().all("ab", 1); }, " ab 1\n"},
-      {"number then text", [] { return ListWrite::print().all(1, "ab", "cd", 2); },
-       " 1 abcd 2\n"},
+      {"number then text", [] { return ListWrite::print().all(1, "ab", "cd", 2); }, " 1 abcd 2\n"},
       {"empty between texts", [] { return ListWrite::print().all("a", "", "b"); }, " ab\n"},
-      {"logicals", [] { return ListWrite::print().all(Logical{1}, Logical{0, 8}, Logical{-3, 1}); },
+      {"logicals",
+       [] {
+         return ListWrite::print().all(Logical{1}, Logical{0, 8}, Logical{-3, 1});
+       },
        " T F T\n"},
       {"extremes",
        [] {
@@ -66,12 +68,13 @@ TEST(ListWriteSpacing, ItemsAtNaturalWidth) {
        " -2147483648 -9223372036854775808 4294967295 18446744073709551615 0\n"},
       {"no first blank", [] { return ListWrite::print(SF_NO_FIRST_BLANK).all(1, 2); }, "1 2\n"},
       {"no character separator",
-       [] { return ListWrite::print(SF_NO_CHARACTER_SEPARATOR).all(1, "a", "", 2); },
-       " 1a 2\n"},
+       [] { return ListWrite::print(SF_NO_CHARACTER_SEPARATOR).all(1, "a", "", 2); }, " 1a 2\n"},
       {"old dialect", [] { return ListWrite::print(SF_F77_WRITE).all(1, 2, "x", "y"); },
        "   1  2xy\n"},
       {"old dialect one-byte logical",
-       [] { return ListWrite::print(SF_F77_WRITE).all(Logical{-5, 1}, Logical{1}); },
+       [] {
+         return ListWrite::print(SF_F77_WRITE).all(Logical{-5, 1}, Logical{1});
+       },
        "   -5  T\n"},
   };
   for (const auto& row : rows) {
@@ -134,9 +137,10 @@ TEST(ListWriteRecords, ItemLongerThanRecordIs1010) {
     ListWrite(10).all(123456);
   });
   EXPECT_TRUE(r.aborted());
-  EXPECT_EQ(r.err, kBanner + " Error 1010:  record too long\n"
-                             " Location:  the WRITE statement at line 7 of \"test.f90\"\n"
-                             " Unit:  10\n File:  fort.10\n");
+  EXPECT_EQ(r.err, kBanner +
+                       " Error 1010:  record too long\n"
+                       " Location:  the WRITE statement at line 7 of \"test.f90\"\n"
+                       " Unit:  10\n File:  fort.10\n");
   // The failed statements leave their opened record behind: a blank.
   EXPECT_EQ(dir.read("fort.10"), " 1234\n ");
 }
@@ -205,8 +209,7 @@ TEST(ListWriteStream, PositionedStartOnAStreamUnit) {
     if (ListWrite(11, SF_ERR_RETURN).start_pos(1).status() != ERR_STREAM_UNCONNECTED) _exit(4);
     ListWrite(12).all(1);
     if (ListWrite(12, SF_ERR_RETURN).start_pos(1).status() != ERR_STREAM_ON_RECORD_UNIT) _exit(5);
-    if (ListWrite::print(SF_ERR_RETURN).start_pos(1).status() != ERR_STREAM_DEFAULT_UNIT)
-      _exit(6);
+    if (ListWrite::print(SF_ERR_RETURN).start_pos(1).status() != ERR_STREAM_DEFAULT_UNIT) _exit(6);
   });
   EXPECT_EQ(r.exit_code, 0) << r.err;
   EXPECT_EQ(dir.read("fort.10"), " abXY\nfgh\n");

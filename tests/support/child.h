@@ -11,11 +11,11 @@
 namespace qal::test {
 
 struct ChildResult {
-  std::string out;       // everything written to fd 1
-  std::string err;       // everything written to fd 2
-  bool exited = false;   // ended through exit or a return
+  std::string out;      // everything written to fd 1
+  std::string err;      // everything written to fd 2
+  bool exited = false;  // ended through exit or a return
   int exit_code = -1;
-  int signal = 0;        // the signal that ended it, if any
+  int signal = 0;  // the signal that ended it, if any
 
   bool aborted() const { return signal == 6; }
 };

@@ -57,11 +57,21 @@ class ListStatement {
  public:
   using Stmt = typename Entries::Stmt;
 
-  ListStatement& start() { return run([&] { return Entries::start(s()); }); }
-  ListStatement& item(int32_t v) { return run([&] { return Entries::i4(s(), v); }); }
-  ListStatement& item(int64_t v) { return run([&] { return Entries::i8(s(), v); }); }
-  ListStatement& item(uint32_t v) { return run([&] { return Entries::u4(s(), v); }); }
-  ListStatement& item(uint64_t v) { return run([&] { return Entries::u8(s(), v); }); }
+  ListStatement& start() {
+    return run([&] { return Entries::start(s()); });
+  }
+  ListStatement& item(int32_t v) {
+    return run([&] { return Entries::i4(s(), v); });
+  }
+  ListStatement& item(int64_t v) {
+    return run([&] { return Entries::i8(s(), v); });
+  }
+  ListStatement& item(uint32_t v) {
+    return run([&] { return Entries::u4(s(), v); });
+  }
+  ListStatement& item(uint64_t v) {
+    return run([&] { return Entries::u8(s(), v); });
+  }
   ListStatement& item(Logical v) {
     return run([&] {
       if (v.kind == 1) return Entries::l1(s(), static_cast<int8_t>(v.value));
@@ -73,7 +83,9 @@ class ListStatement {
     return run([&] { return Entries::ch(s(), v.data(), static_cast<int64_t>(v.size())); });
   }
   ListStatement& item(const char* v) { return item(std::string_view(v)); }
-  ListStatement& end() { return run([&] { return Entries::end(s()); }); }
+  ListStatement& end() {
+    return run([&] { return Entries::end(s()); });
+  }
 
   template <class... Items>
   int all(Items... items) {
