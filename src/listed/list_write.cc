@@ -222,6 +222,8 @@ int write_item(Stmt* s, T value) {
     if (!(flags & SF_F77_WRITE) && static_cast<uint64_t>(u->column + 1 + n) <= u->record_length &&
         u->buffer_end - p > n) {
       s->stmt_flags = flags & ~(SF_FIRST_ITEM | SF_STICKY_SEPARATOR);
+      // The blank is stored either way; for a first item the digits then
+      // start on top of it, which saves a branch.
       *p = ' ';
       p += (flags & SF_FIRST_ITEM) ? 0 : 1;
       char* end = p + n;
