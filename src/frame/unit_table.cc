@@ -14,6 +14,7 @@
 #include <string.h>
 
 #include "frame/frame.h"
+#include "frame/locks.h"
 
 using namespace qal;
 
@@ -30,11 +31,21 @@ namespace qal {
 
 namespace {
 
+bool held_elsewhere(const Unit* u, pthread_t self) {
+  return u->hold_count != 0 && !pthread_equal(u->owner, self);
+}
+
 // Wait until no other thread holds `u`, then take it.  Called with u->lock
-// held; returns with it held.
-void take_locked(Unit* u) {
+// held, or not taken because the process is single-threaded; returns with
+// the lock as it came, except that a wait always takes it first (`taken`
+// then says so).
+void take_locked(Unit* u, bool* taken) {
   pthread_t self = pthread_self();
-  if (u->hold_count != 0 && !pthread_equal(u->owner, self)) {
+  if (held_elsewhere(u, self)) {
+    if (!*taken) {
+      pthread_mutex_lock(&u->lock);
+      *taken = true;
+    }
     u->waiters++;
     while (u->hold_count != 0 && !pthread_equal(u->owner, self))
       pthread_cond_wait(&u->available, &u->lock);
@@ -141,20 +152,20 @@ int take_numbered_unit(Unit** result, int64_t unit, const Location* location, On
     return ERR_ILLEGAL_UNIT;
   }
   const int32_t number = static_cast<int32_t>(unit);
-  pthread_mutex_lock(&__f90_io_master_lock);
+  const bool master = lock_if_shared(&__f90_io_master_lock);
   Unit* u = find_locked(number);
   if (u) {
-    pthread_mutex_lock(&u->lock);
-    pthread_mutex_unlock(&__f90_io_master_lock);
-    take_locked(u);
-    pthread_mutex_unlock(&u->lock);
+    bool taken = lock_if_shared(&u->lock);
+    unlock_if_taken(master, &__f90_io_master_lock);
+    take_locked(u, &taken);
+    unlock_if_taken(taken, &u->lock);
     if (u->stream) flockfile(u->stream);
     *result = u;
     return 0;
   }
   u = allocate_unit();
   if (!u) {
-    pthread_mutex_unlock(&__f90_io_master_lock);
+    unlock_if_taken(master, &__f90_io_master_lock);
     if (mode == OnError::Abort) report_out_of_memory(location, unit, true);
     return ERR_OUT_OF_MEMORY;
   }
@@ -168,7 +179,7 @@ int take_numbered_unit(Unit** result, int64_t unit, const Location* location, On
     // a new cell at the head of the list.
     UnitListCell* c = static_cast<UnitListCell*>(malloc(sizeof(UnitListCell)));
     if (!c) {
-      pthread_mutex_unlock(&__f90_io_master_lock);
+      unlock_if_taken(master, &__f90_io_master_lock);
       destroy_unit(u);
       if (mode == OnError::Abort) report_out_of_memory(location, unit, true);
       return ERR_OUT_OF_MEMORY;
@@ -179,15 +190,15 @@ int take_numbered_unit(Unit** result, int64_t unit, const Location* location, On
     __f90_unit_collision_table[index] = c;
     __f90_unit_pointer_table[index] = u;
   }
-  pthread_mutex_unlock(&__f90_io_master_lock);
+  unlock_if_taken(master, &__f90_io_master_lock);
   *result = u;
   return 0;
 }
 
 void take_default_unit(Unit* u) {
-  pthread_mutex_lock(&u->lock);
-  take_locked(u);
-  pthread_mutex_unlock(&u->lock);
+  bool taken = lock_if_shared(&u->lock);
+  take_locked(u, &taken);
+  unlock_if_taken(taken, &u->lock);
   if (u->stream) flockfile(u->stream);
 }
 
@@ -240,30 +251,30 @@ QAL_EXPORT int __f90_new_unit_r(Unit** result) {
 QAL_EXPORT void __f90_release_unit(Unit* u) {
   if (u->flags & UF_CONNECTED) {
     if (u->stream) funlockfile(u->stream);
-    pthread_mutex_lock(&u->lock);
+    const bool taken = lock_if_shared(&u->lock);
     if (--u->hold_count > 0) {
       u->flags |= UF_NESTED;
     } else {
       u->flags &= ~UF_NESTED;
       if (u->waiters) pthread_cond_signal(&u->available);
     }
-    pthread_mutex_unlock(&u->lock);
+    unlock_if_taken(taken, &u->lock);
     return;
   }
-  pthread_mutex_lock(&u->lock);
+  const bool taken = lock_if_shared(&u->lock);
   if (--u->hold_count > 0) {
     u->flags |= UF_NESTED;
-    pthread_mutex_unlock(&u->lock);
+    unlock_if_taken(taken, &u->lock);
     return;
   }
   u->flags &= ~UF_NESTED;
   if (u->waiters || is_default_record(u)) {
     if (u->waiters) pthread_cond_signal(&u->available);
-    pthread_mutex_unlock(&u->lock);
+    unlock_if_taken(taken, &u->lock);
     return;
   }
   const int32_t number = u->unit_number;
-  pthread_mutex_unlock(&u->lock);
+  unlock_if_taken(taken, &u->lock);
   remove_unit(u, number);
 }
 

@@ -300,6 +300,9 @@ TEST(Threads, StatementsOnOneUnitInterleaveWhole) {
 TEST(Threads, HeldUnitBlocksOnlyItsOwnNumber) {
   ScratchDir dir;
   auto r = run_in_child([] {
+    // The holder takes unit 31 while the process may still have one thread
+    // (under ctest each test runs in a fresh process), so this also checks
+    // a unit taken without its lock is waited for once threads exist.
     ListWrite holder(31);
     holder.start().item(1);  // unit 31 is held until holder ends
     std::atomic<bool> other_done{false}, same_done{false};
