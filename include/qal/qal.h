@@ -3,6 +3,7 @@
 #define QAL_QAL_H
 
 #include "qal/abi.h"
+#include "qal/connect.h"
 #include "qal/diagnostics.h"
 #include "qal/errors.h"
 #include "qal/listed.h"

@@ -33,6 +33,23 @@ int take_numbered_unit(Unit** result, int64_t unit, const Location* location, On
 // Take one of the static default records (no table lookup, no master lock).
 void take_default_unit(Unit* u);
 
+// OPEN's take: 0, 1001, 12 or 1146 (the calling thread is inside a
+// statement on this unit; the unit is not held then).  With
+// `replace_default`, a static default record in the small table gives way
+// to a fresh record, which from then on answers to the number; the static
+// record goes on serving `*`.
+int take_unit_for_open(Unit** result, int64_t unit, bool replace_default, const Location* location,
+                       OnError mode);
+
+// CLOSE's take.  Never makes a record: *result is null when the number has
+// none.  A static default record is unbound from its number and taken.
+// 1147 when the calling thread is inside a statement on the unit.  Waits
+// while another thread holds it.
+int take_unit_for_close(Unit** result, int32_t number);
+
+// "fort.N" in a fresh allocation, or null.
+char* implicit_file_name(int64_t unit);
+
 // Implicit connection of a taken unconnected record to fort.N.  The return
 // twin frees what it made and releases the unit on failure.
 int connect_implicitly(int64_t unit, Unit* u, bool for_output, const Location* location,

@@ -22,6 +22,10 @@ constexpr uint32_t kInputReadOnly = UF_CONNECTED | UF_LAST_READ | UF_READABLE;
 static_assert(kOutputReadWrite == 0xe01 && kOutputWriteOnly == 0xa01);
 static_assert(kInputReadWrite == 0xd01 && kInputReadOnly == 0x501);
 
+}  // namespace
+
+namespace qal {
+
 char* implicit_file_name(int64_t unit) {
   char* name = static_cast<char*>(malloc(8 + kMaxDecimalDigits));
   if (!name) return nullptr;
@@ -29,10 +33,6 @@ char* implicit_file_name(int64_t unit) {
   name[5 + signed_to_decimal(unit, name + 5)] = '\0';
   return name;
 }
-
-}  // namespace
-
-namespace qal {
 
 // On failure the unit stays unconnected with `file_name` still set, so that
 // the caller can show it before dropping it.

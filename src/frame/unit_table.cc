@@ -145,7 +145,12 @@ void remove_unit(Unit* u, int32_t number) {
 
 }  // namespace
 
-int take_numbered_unit(Unit** result, int64_t unit, const Location* location, OnError mode) {
+namespace {
+
+// The common take by number.  OPEN refuses a record this thread already
+// holds, and may put a fresh record in place of a static default one.
+int take_by_number(Unit** result, int64_t unit, const Location* location, OnError mode,
+                   bool for_open, bool replace_default) {
   *result = nullptr;
   if (unit < 0 || unit > INT32_MAX) {
     if (mode == OnError::Abort) report_and_abort(ERR_ILLEGAL_UNIT, location, true, unit, nullptr);
@@ -154,11 +159,17 @@ int take_numbered_unit(Unit** result, int64_t unit, const Location* location, On
   const int32_t number = static_cast<int32_t>(unit);
   const bool master = lock_if_shared(&__f90_io_master_lock);
   Unit* u = find_locked(number);
+  if (u && replace_default && number < SMALL_UNIT_TABLE_SIZE && is_default_record(u)) u = nullptr;
   if (u) {
     bool taken = lock_if_shared(&u->lock);
     unlock_if_taken(master, &__f90_io_master_lock);
     take_locked(u, &taken);
+    const bool nested = u->hold_count > 1;
     unlock_if_taken(taken, &u->lock);
+    if (for_open && nested) {
+      __f90_release_unit(u);
+      return ERR_OPEN_BUSY_UNIT;
+    }
     if (u->stream) flockfile(u->stream);
     *result = u;
     return 0;
@@ -193,6 +204,76 @@ int take_numbered_unit(Unit** result, int64_t unit, const Location* location, On
   unlock_if_taken(master, &__f90_io_master_lock);
   *result = u;
   return 0;
+}
+
+// Wait on a record another thread holds until it is free or ours.  Called
+// with u->lock held; returns with it held.
+void wait_until_free(Unit* u, pthread_t self) {
+  u->waiters++;
+  while (held_elsewhere(u, self)) pthread_cond_wait(&u->available, &u->lock);
+  u->waiters--;
+  // A release signals one waiter; pass the word on to the next.
+  if (u->waiters && u->hold_count == 0) pthread_cond_signal(&u->available);
+}
+
+}  // namespace
+
+int take_numbered_unit(Unit** result, int64_t unit, const Location* location, OnError mode) {
+  return take_by_number(result, unit, location, mode, false, false);
+}
+
+int take_unit_for_open(Unit** result, int64_t unit, bool replace_default, const Location* location,
+                       OnError mode) {
+  return take_by_number(result, unit, location, mode, true, replace_default);
+}
+
+int take_unit_for_close(Unit** result, int32_t number) {
+  *result = nullptr;
+  const pthread_t self = pthread_self();
+  for (;;) {
+    pthread_mutex_lock(&__f90_io_master_lock);
+    Unit* u = find_locked(number);
+    if (!u) {
+      pthread_mutex_unlock(&__f90_io_master_lock);
+      return 0;
+    }
+    pthread_mutex_lock(&u->lock);
+    if (u->hold_count != 0 && pthread_equal(u->owner, self)) {
+      // This thread is inside a statement on the unit.  The take and the
+      // release leave the unit marked nested, as any retake does.
+      pthread_mutex_unlock(&__f90_io_master_lock);
+      u->hold_count++;
+      pthread_mutex_unlock(&u->lock);
+      __f90_release_unit(u);
+      return ERR_CLOSE_BUSY_UNIT;
+    }
+    if (u->hold_count != 0) {
+      pthread_mutex_unlock(&__f90_io_master_lock);
+      wait_until_free(u, self);
+      if (number < SMALL_UNIT_TABLE_SIZE) {
+        // The holder's release may have unbound or freed the record: look
+        // again.  Our waiter count kept it alive until here.
+        pthread_mutex_unlock(&u->lock);
+        continue;
+      }
+      // On the hashed path the record is kept: our waiter count stopped
+      // the release from freeing it.  Take it as it is.
+      u->owner = self;
+      u->hold_count++;
+      pthread_mutex_unlock(&u->lock);
+      *result = u;
+      return 0;
+    }
+    if (number < SMALL_UNIT_TABLE_SIZE && is_default_record(u))
+      __f90_small_unit_pointer_table[number] = nullptr;
+    u->owner = self;
+    u->hold_count++;
+    pthread_mutex_unlock(&u->lock);
+    pthread_mutex_unlock(&__f90_io_master_lock);
+    if (u->stream) flockfile(u->stream);
+    *result = u;
+    return 0;
+  }
 }
 
 void take_default_unit(Unit* u) {

@@ -1,0 +1,107 @@
+/* OPEN and CLOSE: the specifier words, their parsers and the statements. */
+#ifndef QAL_CONNECT_H
+#define QAL_CONNECT_H
+
+#include "qal/abi.h"
+#include "qal/location.h"
+#include "qal/unit.h"
+
+QAL_BEGIN_DECLS
+
+/* The OPEN word.  The parsers fold the character specifiers into it; the
+ * compiled program sets the presence bits and passes it to __f90_open. */
+enum OpenFlags {
+  OF_ERR_RETURN = 0x00000001, /* ERR= or IOSTAT=: failures return */
+  OF_FILE = 0x00000002,
+  OF_RECL = 0x00000004,
+  OF_ACCESS = 0x00000098,
+  OF_ACCESS_SEQUENTIAL = 0x00000008,
+  OF_ACCESS_DIRECT = 0x00000010,
+  OF_ACCESS_STREAM = 0x00000018,
+  OF_ACCESS_APPEND = 0x00000080, /* old dialect */
+  OF_PAD_NO = 0x00000020,
+  OF_BLANK_ZERO = 0x00000040,
+  OF_ACTION = 0x00000300,
+  OF_ACTION_READ = 0x00000100,
+  OF_ACTION_WRITE = 0x00000200,
+  OF_ACTION_READWRITE = 0x00000300,
+  OF_STATUS = 0x00001c00,
+  OF_STATUS_OLD = 0x00000400,
+  OF_STATUS_NEW = 0x00000800,
+  OF_STATUS_UNKNOWN = 0x00000c00,
+  OF_STATUS_REPLACE = 0x00001000,
+  OF_STATUS_SCRATCH = 0x00001400,
+  OF_FORM = 0x0000e000,
+  OF_FORM_FORMATTED = 0x00002000,
+  OF_FORM_UNFORMATTED = 0x00004000,
+  OF_FORM_BINARY = 0x00006000,
+  OF_FORM_PRINT = 0x00008000, /* old dialect */
+  OF_POSITION = 0x00030000,
+  OF_POSITION_REWIND = 0x00010000,
+  OF_POSITION_APPEND = 0x00020000,
+  OF_DELIM = 0x000c0000,
+  OF_DELIM_APOSTROPHE = 0x00040000,
+  OF_DELIM_QUOTE = 0x000c0000,
+  OF_ASYNCHRONOUS = 0x00100000,
+  OF_DECIMAL = 0x00600000,
+  OF_DECIMAL_POINT = 0x00200000,
+  OF_DECIMAL_COMMA = 0x00400000,
+  OF_ROUND = 0x03800000,
+  OF_F77 = 0x18000000, /* non-zero: the old dialect's rules */
+  OF_FILEOPT = 0x60000000,
+  OF_FILEOPT_EOF = 0x20000000,
+  OF_FILEOPT_NOPAD = 0x40000000,
+  OF_FILEOPT_BUFFER = 0x60000000,
+  OF_RECL_WORDS = (int)0x80000000u /* RECL counts 4-byte words when unformatted */
+};
+
+/* The CLOSE word: OF_ERR_RETURN and OF_F77 as above, and STATUS=. */
+enum CloseFlags { CF_STATUS = 0x6, CF_STATUS_KEEP = 0x2, CF_STATUS_DELETE = 0x4 };
+
+/* Specifier parsers: clear the field, then set it from `text`, which must
+ * begin with one of the values (any case) and go on with blanks only.  A
+ * null text and a text that matches nothing are two different errors;
+ * OF_ERR_RETURN in the word says whether they return or are reported. */
+typedef int SpecifierParser(uint32_t* word, const char* text, int64_t length,
+                            const Location* location);
+QAL_EXPORT SpecifierParser __f90_open_form;
+QAL_EXPORT SpecifierParser __f90_open_form_f77compat;
+QAL_EXPORT SpecifierParser __f90_open_access;
+QAL_EXPORT SpecifierParser __f90_open_access_f77compat;
+QAL_EXPORT SpecifierParser __f90_open_status;
+QAL_EXPORT SpecifierParser __f90_open_blank;
+QAL_EXPORT SpecifierParser __f90_open_position;
+QAL_EXPORT SpecifierParser __f90_open_action;
+QAL_EXPORT SpecifierParser __f90_open_delim;
+QAL_EXPORT SpecifierParser __f90_open_pad;
+QAL_EXPORT SpecifierParser __f90_open_asynchronous;
+QAL_EXPORT SpecifierParser __f90_open_round;
+QAL_EXPORT SpecifierParser __f90_open_decimal;
+QAL_EXPORT SpecifierParser __f90_open_fileopt;
+/* The workers behind ASYNCHRONOUS=, ROUND= and DECIMAL=, shared with the
+ * transfer statements, whose stmt_flags use the same bits. */
+QAL_EXPORT SpecifierParser __f90_parse_asynchronous;
+QAL_EXPORT SpecifierParser __f90_parse_round;
+QAL_EXPORT SpecifierParser __f90_parse_decimal;
+QAL_EXPORT SpecifierParser __f90_close_status;
+/* FILEOPT= with a place for the number of BUFFER=N. */
+QAL_EXPORT int __f95_open_fileopt(uint32_t* word, const char* text, int64_t length,
+                                  const Location* location, int64_t* buffer_size);
+QAL_EXPORT int __f90_parse_fileopt(uint32_t* word, const char* text, int64_t length,
+                                   const Location* location, int64_t* buffer_size);
+
+/* OPEN: connect `unit` to a file, or change the modes of its connection. */
+QAL_EXPORT int __f90_open(uint32_t word, int64_t unit, const char* file, int64_t file_length,
+                          int64_t recl, const Location* location, int64_t buffer_size);
+
+/* CLOSE, and the disposal of a connection already taken.  The return twins
+ * release the unit on failure. */
+QAL_EXPORT int __f90_close(uint32_t word, int64_t unit, const Location* location);
+QAL_EXPORT void __f90_close_a(int64_t unit, uint32_t word, const Location* location);
+QAL_EXPORT int __f90_close_r(int64_t unit, uint32_t word);
+QAL_EXPORT void __f90_close_unit_a(int64_t unit, Unit* u, uint32_t word, const Location* location);
+QAL_EXPORT int __f90_close_unit_r(int64_t unit, Unit* u, uint32_t word);
+
+QAL_END_DECLS
+
+#endif

@@ -1,0 +1,40 @@
+// Internal view of OPEN and CLOSE: the pieces they share.
+#pragma once
+
+#include "frame/frame.h"
+#include "qal/connect.h"
+
+namespace qal {
+
+inline bool old_dialect(uint32_t word) { return (word & OF_F77) != 0; }
+
+inline OnError error_mode(uint32_t word) {
+  return (word & OF_ERR_RETURN) ? OnError::Return : OnError::Abort;
+}
+
+// Initialise the default units if no statement has yet, by the twin the
+// word asks for.
+void initialise_for(uint32_t word, const Location* location);
+
+// The report of a failed OPEN or CLOSE: banner, message, location, then the
+// Unit, File, Status and Bytes lines that are given.  Never returns.
+struct ConnectionReport {
+  int64_t unit = -1;
+  bool unit_line = true;
+  const char* file_name = nullptr;
+  const char* status = nullptr;
+  bool bytes_line = false;
+  uint64_t bytes = 0;
+};
+[[noreturn]] void report_connection_failure(int err, const Location* location,
+                                            const ConnectionReport& report);
+
+// Write out, close and dispose of a taken, connected unit, leaving the
+// record unconnected and zeroed.  Under Return a failure releases the unit.
+int close_unit(int64_t unit, Unit* u, uint32_t word, const Location* location, OnError mode);
+
+// Choose the byte order of a new connection from the program's option
+// table; does nothing while no table has been read.
+void apply_byte_swap_options(Unit* u);
+
+}  // namespace qal
