@@ -28,12 +28,12 @@ void wait_at_terminal() {
   if (first != 'g' || second != 'o' || third != '\n') exit(0);
 }
 
-// SIGINT is held back from before the handler goes in until sigsuspend
-// opens the mask, so a signal sent the moment the prompt appears is not
-// lost; other signals the program catches do not end the wait.  The
-// program's own SIGINT action and mask are back afterwards.
+// The wait is set up before the prompt names the process: SIGINT is held
+// back until sigsuspend opens the mask, so a signal sent the moment the
+// prompt appears is neither lost nor taken by the program's own action.
+// Other signals the program catches do not end the wait.  The program's
+// SIGINT action and mask are back afterwards.
 void wait_for_sigint() {
-  write_report(__f90_psfmt(PS_PAUSE_FOR_SIGINT), {static_cast<int>(getpid())});
   sigset_t sigint;
   sigemptyset(&sigint);
   sigaddset(&sigint, SIGINT);
@@ -49,6 +49,7 @@ void wait_for_sigint() {
   struct sigaction old_action;
   sigaction(SIGINT, &action, &old_action);
   sigint_seen = 0;
+  write_report(__f90_psfmt(PS_PAUSE_FOR_SIGINT), {static_cast<int>(getpid())});
   while (!sigint_seen) sigsuspend(&wait_mask);
   sigaction(SIGINT, &old_action, nullptr);
   sigprocmask(SIG_SETMASK, &old_mask, nullptr);
