@@ -8,6 +8,7 @@
 #include "qal/errors.h"
 #include "qal/listed.h"
 #include "qal/location.h"
+#include "qal/program.h"
 #include "qal/statement.h"
 #include "qal/unit.h"
 
