@@ -16,12 +16,13 @@
 #include "support/child.h"
 #include "support/scratch.h"
 
+using qal::test::kBanner;
+
 namespace {
 
 using qal::test::run_in_child;
 using qal::test::ScratchDir;
 
-const std::string kBanner = "\n ******  FORTRAN RUN-TIME SYSTEM  ******\n";
 const char kCatalogue[] = "KORV_XYLO_TQ_libf90";
 
 // Everything `body` writes on stderr, run in a child.

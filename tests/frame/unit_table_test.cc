@@ -21,7 +21,6 @@ using namespace qal::test;
 
 namespace {
 
-const std::string kBanner = "\n ******  FORTRAN RUN-TIME SYSTEM  ******\n";
 
 Unit* take(int64_t n) {
   Unit* u = nullptr;

@@ -16,7 +16,6 @@ using namespace qal::test;
 
 namespace {
 
-const std::string kBanner = "\n ******  FORTRAN RUN-TIME SYSTEM  ******\n";
 
 // Change a connected unit by hand, as OPEN would have left it.
 template <class F>

@@ -5,10 +5,27 @@
 // finaliser runs as it does at the end of a real program.
 #pragma once
 
+#include <stdio.h>
+#include <unistd.h>
+
 #include <functional>
 #include <string>
 
+// Inside a child body: on a false condition, say which on stderr and end
+// the child with status 1 (gtest assertions do not reach the parent).
+#define CHILD_CHECK(cond)                                                \
+  do {                                                                   \
+    if (!(cond)) {                                                       \
+      fprintf(stderr, "check failed at line %d: %s\n", __LINE__, #cond); \
+      fflush(stderr);                                                    \
+      _exit(1);                                                          \
+    }                                                                    \
+  } while (0)
+
 namespace qal::test {
+
+// The first line of every fatal report.
+inline const std::string kBanner = "\n ******  FORTRAN RUN-TIME SYSTEM  ******\n";
 
 struct ChildResult {
   std::string out;      // everything written to fd 1
