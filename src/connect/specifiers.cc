@@ -37,9 +37,10 @@ int fail(const uint32_t* word, int err, const Location* location) {
   report_and_abort(err, location, false, 0, nullptr);
 }
 
-template <size_t N>
+// One parser: its field, its two errors, its values.
+template <uint32_t field, int unassociated, int unknown, size_t N>
 int parse(uint32_t* word, const char* text, int64_t length, const Location* location,
-          uint32_t field, const Choice (&choices)[N], int unassociated, int unknown) {
+          const Choice (&choices)[N]) {
   *word &= ~field;
   initialise_for(*word, location);
   if (!text) return fail(word, unassociated, location);
@@ -139,48 +140,88 @@ void initialise_for(uint32_t word, const Location* location) {
 namespace qal {
 extern "C" {
 
-// One exported parser: its field, its values and its two errors.
-#define QAL_SPECIFIER_PARSER(name, field, choices, unassociated, unknown)              \
-  QAL_EXPORT int name(uint32_t* word, const char* text, int64_t length,                \
-                      const Location* location) {                                      \
-    return parse(word, text, length, location, field, choices, unassociated, unknown); \
-  }
-
-QAL_SPECIFIER_PARSER(__f90_open_form, OF_FORM, kForms, ERR_UNASSOCIATED_FORM, ERR_BAD_FORM)
-QAL_SPECIFIER_PARSER(__f90_open_form_f77compat, OF_FORM, kFormsOld, ERR_UNASSOCIATED_FORM,
-                     ERR_BAD_FORM)
-QAL_SPECIFIER_PARSER(__f90_open_access, OF_ACCESS, kAccesses, ERR_UNASSOCIATED_ACCESS,
-                     ERR_BAD_ACCESS)
-QAL_SPECIFIER_PARSER(__f90_open_access_f77compat, OF_ACCESS, kAccessesOld, ERR_UNASSOCIATED_ACCESS,
-                     ERR_BAD_ACCESS)
-QAL_SPECIFIER_PARSER(__f90_open_status, OF_STATUS, kStatuses, ERR_UNASSOCIATED_STATUS,
-                     ERR_BAD_STATUS)
-QAL_SPECIFIER_PARSER(__f90_open_blank, OF_BLANK_ZERO, kBlanks, ERR_UNASSOCIATED_BLANK,
-                     ERR_BAD_BLANK)
-QAL_SPECIFIER_PARSER(__f90_open_position, OF_POSITION, kPositions, ERR_UNASSOCIATED_POSITION,
-                     ERR_BAD_POSITION)
-QAL_SPECIFIER_PARSER(__f90_open_action, OF_ACTION, kActions, ERR_UNASSOCIATED_ACTION,
-                     ERR_BAD_ACTION)
-QAL_SPECIFIER_PARSER(__f90_open_delim, OF_DELIM, kDelims, ERR_UNASSOCIATED_DELIM, ERR_BAD_DELIM)
-QAL_SPECIFIER_PARSER(__f90_open_pad, OF_PAD_NO, kPads, ERR_UNASSOCIATED_PAD, ERR_BAD_PAD)
-QAL_SPECIFIER_PARSER(__f90_parse_asynchronous, OF_ASYNCHRONOUS, kAsynchronous,
-                     ERR_UNASSOCIATED_ASYNCHRONOUS, ERR_BAD_ASYNCHRONOUS)
-QAL_SPECIFIER_PARSER(__f90_parse_round, OF_ROUND, kRounds, ERR_UNASSOCIATED_ROUND, ERR_BAD_ROUND)
-QAL_SPECIFIER_PARSER(__f90_parse_decimal, OF_DECIMAL, kDecimals, ERR_UNASSOCIATED_DECIMAL,
-                     ERR_BAD_DECIMAL)
-QAL_SPECIFIER_PARSER(__f90_close_status, CF_STATUS, kCloseStatuses, ERR_UNASSOCIATED_STATUS,
-                     ERR_BAD_CLOSE_STATUS)
+QAL_EXPORT int __f90_open_form(uint32_t* word, const char* text, int64_t length,
+                               const Location* location) {
+  return parse<OF_FORM, ERR_UNASSOCIATED_FORM, ERR_BAD_FORM>(word, text, length, location, kForms);
+}
+QAL_EXPORT int __f90_open_form_f77compat(uint32_t* word, const char* text, int64_t length,
+                                         const Location* location) {
+  return parse<OF_FORM, ERR_UNASSOCIATED_FORM, ERR_BAD_FORM>(word, text, length, location,
+                                                             kFormsOld);
+}
+QAL_EXPORT int __f90_open_access(uint32_t* word, const char* text, int64_t length,
+                                 const Location* location) {
+  return parse<OF_ACCESS, ERR_UNASSOCIATED_ACCESS, ERR_BAD_ACCESS>(word, text, length, location,
+                                                                   kAccesses);
+}
+QAL_EXPORT int __f90_open_access_f77compat(uint32_t* word, const char* text, int64_t length,
+                                           const Location* location) {
+  return parse<OF_ACCESS, ERR_UNASSOCIATED_ACCESS, ERR_BAD_ACCESS>(word, text, length, location,
+                                                                   kAccessesOld);
+}
+QAL_EXPORT int __f90_open_status(uint32_t* word, const char* text, int64_t length,
+                                 const Location* location) {
+  return parse<OF_STATUS, ERR_UNASSOCIATED_STATUS, ERR_BAD_STATUS>(word, text, length, location,
+                                                                   kStatuses);
+}
+QAL_EXPORT int __f90_open_blank(uint32_t* word, const char* text, int64_t length,
+                                const Location* location) {
+  return parse<OF_BLANK_ZERO, ERR_UNASSOCIATED_BLANK, ERR_BAD_BLANK>(word, text, length, location,
+                                                                     kBlanks);
+}
+QAL_EXPORT int __f90_open_position(uint32_t* word, const char* text, int64_t length,
+                                   const Location* location) {
+  return parse<OF_POSITION, ERR_UNASSOCIATED_POSITION, ERR_BAD_POSITION>(word, text, length,
+                                                                         location, kPositions);
+}
+QAL_EXPORT int __f90_open_action(uint32_t* word, const char* text, int64_t length,
+                                 const Location* location) {
+  return parse<OF_ACTION, ERR_UNASSOCIATED_ACTION, ERR_BAD_ACTION>(word, text, length, location,
+                                                                   kActions);
+}
+QAL_EXPORT int __f90_open_delim(uint32_t* word, const char* text, int64_t length,
+                                const Location* location) {
+  return parse<OF_DELIM, ERR_UNASSOCIATED_DELIM, ERR_BAD_DELIM>(word, text, length, location,
+                                                                kDelims);
+}
+QAL_EXPORT int __f90_open_pad(uint32_t* word, const char* text, int64_t length,
+                              const Location* location) {
+  return parse<OF_PAD_NO, ERR_UNASSOCIATED_PAD, ERR_BAD_PAD>(word, text, length, location, kPads);
+}
+QAL_EXPORT int __f90_parse_asynchronous(uint32_t* word, const char* text, int64_t length,
+                                        const Location* location) {
+  return parse<OF_ASYNCHRONOUS, ERR_UNASSOCIATED_ASYNCHRONOUS, ERR_BAD_ASYNCHRONOUS>(
+      word, text, length, location, kAsynchronous);
+}
+QAL_EXPORT int __f90_parse_round(uint32_t* word, const char* text, int64_t length,
+                                 const Location* location) {
+  return parse<OF_ROUND, ERR_UNASSOCIATED_ROUND, ERR_BAD_ROUND>(word, text, length, location,
+                                                                kRounds);
+}
+QAL_EXPORT int __f90_parse_decimal(uint32_t* word, const char* text, int64_t length,
+                                   const Location* location) {
+  return parse<OF_DECIMAL, ERR_UNASSOCIATED_DECIMAL, ERR_BAD_DECIMAL>(word, text, length, location,
+                                                                      kDecimals);
+}
+QAL_EXPORT int __f90_close_status(uint32_t* word, const char* text, int64_t length,
+                                  const Location* location) {
+  return parse<CF_STATUS, ERR_UNASSOCIATED_STATUS, ERR_BAD_CLOSE_STATUS>(word, text, length,
+                                                                         location, kCloseStatuses);
+}
 
 // The OPEN spellings of the workers the transfer statements share.
-#define QAL_SPECIFIER_ALIAS(name, worker)                               \
-  QAL_EXPORT int name(uint32_t* word, const char* text, int64_t length, \
-                      const Location* location) {                       \
-    return worker(word, text, length, location);                        \
-  }
-
-QAL_SPECIFIER_ALIAS(__f90_open_asynchronous, __f90_parse_asynchronous)
-QAL_SPECIFIER_ALIAS(__f90_open_round, __f90_parse_round)
-QAL_SPECIFIER_ALIAS(__f90_open_decimal, __f90_parse_decimal)
+QAL_EXPORT int __f90_open_asynchronous(uint32_t* word, const char* text, int64_t length,
+                                       const Location* location) {
+  return __f90_parse_asynchronous(word, text, length, location);
+}
+QAL_EXPORT int __f90_open_round(uint32_t* word, const char* text, int64_t length,
+                                const Location* location) {
+  return __f90_parse_round(word, text, length, location);
+}
+QAL_EXPORT int __f90_open_decimal(uint32_t* word, const char* text, int64_t length,
+                                  const Location* location) {
+  return __f90_parse_decimal(word, text, length, location);
+}
 
 // FILEOPT=: EOF, NOPAD or BUFFER=N.  Without a place for N (buffer_size
 // null) BUFFER=N is accepted and forgotten.
