@@ -1,0 +1,89 @@
+// Output editors of integers, logicals and characters: A, Aw, Lw, and the
+// integer family I, B, O, Z with their w and m.
+//
+// An editor decides the width of its field, asks the record for exactly
+// that many bytes, and fills them.  It does not know which kind of record
+// it writes into: the formatted write modes hand it a FieldWriter whose
+// `allocate_field` reserves the field in their own record and buffer.  So
+// each editor is compiled once and serves every mode.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+namespace qal {
+
+// Sign modes of the integer editors.
+enum SignMode : int32_t { SIGN_PLUS = 1, SIGN_SUPPRESS = 2, SIGN_UNSIGNED = 3 };
+
+struct FieldWriter {
+  int32_t radix = 10;                 // from nR; digits above 9 are letters
+  int32_t sign_mode = SIGN_SUPPRESS;  // SP, SS (or S), SU
+  bool f77 = false;                   // the old dialect's rules for w = 0
+  // Reserve `size` bytes of the current record and return where they
+  // start, or null with *err set (1072 for a negative size).
+  char* (*allocate_field)(void* record, int64_t size, int* err) = nullptr;
+  void* record = nullptr;
+  // The size of the work buffer whose allocation failed, after a 12.
+  uint64_t failed_bytes = 0;
+};
+
+// A, Aw.
+int wrt_a(FieldWriter& f, const char* text, int64_t length);
+int wrt_aw(FieldWriter& f, int32_t w, const char* text, int64_t length);
+
+// The layout steps of the integer family.  `digits` run least significant
+// first; `mode` is SIGN_UNSIGNED for B, O and Z, the sign mode for I.
+int wrt_integer_zero(FieldWriter& f, int32_t w, int32_t m, int32_t mode);
+int wrt_nonzero_integer(FieldWriter& f, int32_t w, int32_t m, bool has_sign, char sign,
+                        const char* digits, int32_t digit_count);
+int wrt_nonzero_unsigned(FieldWriter& f, int32_t w, int32_t m, const char* digits,
+                         int32_t digit_count);
+
+// Iw.m, Bw.m, Ow.m, Zw.m of a value of 4 or 8 bytes, signed or unsigned.
+template <class T>
+int wrt_iwm(FieldWriter& f, int32_t w, int32_t m, T value);
+template <class T>
+int wrt_bwm(FieldWriter& f, int32_t w, int32_t m, T value);
+template <class T>
+int wrt_owm(FieldWriter& f, int32_t w, int32_t m, T value);
+template <class T>
+int wrt_zwm(FieldWriter& f, int32_t w, int32_t m, T value);
+
+// The same of a string of bytes taken as one number: `_ch` with the first
+// byte most significant, `_n` with the bytes of a numeric item in memory
+// order (reversed in place first, so the caller passes its own copy).
+// For I, w = -1 is the bare descriptor: as wide as the number needs.
+int wrt_iwm_ch(FieldWriter& f, int32_t w, int32_t m, const unsigned char* bytes, int64_t length);
+int wrt_bwm_ch(FieldWriter& f, int32_t w, int32_t m, const unsigned char* bytes, int64_t length);
+int wrt_owm_ch(FieldWriter& f, int32_t w, int32_t m, const unsigned char* bytes, int64_t length);
+int wrt_zwm_ch(FieldWriter& f, int32_t w, int32_t m, const unsigned char* bytes, int64_t length);
+int wrt_iwm_n(FieldWriter& f, int32_t w, int32_t m, unsigned char* bytes, int64_t length);
+int wrt_bwm_n(FieldWriter& f, int32_t w, int32_t m, unsigned char* bytes, int64_t length);
+int wrt_owm_n(FieldWriter& f, int32_t w, int32_t m, unsigned char* bytes, int64_t length);
+int wrt_zwm_n(FieldWriter& f, int32_t w, int32_t m, unsigned char* bytes, int64_t length);
+
+// Lw: w - 1 blanks and T or F; any nonzero value (or byte) is true.
+int wrt_logical_l4(FieldWriter& f, int32_t w, int32_t value);
+int wrt_logical_l8(FieldWriter& f, int32_t w, int64_t value);
+int wrt_lwm_ch(FieldWriter& f, int32_t w, const unsigned char* bytes, int64_t length);
+
+// The names of the family members.
+inline constexpr auto wrt_iwm_i4 = wrt_iwm<int32_t>;
+inline constexpr auto wrt_iwm_i8 = wrt_iwm<int64_t>;
+inline constexpr auto wrt_iwm_u4 = wrt_iwm<uint32_t>;
+inline constexpr auto wrt_iwm_u8 = wrt_iwm<uint64_t>;
+inline constexpr auto wrt_bwm_i4 = wrt_bwm<int32_t>;
+inline constexpr auto wrt_bwm_i8 = wrt_bwm<int64_t>;
+inline constexpr auto wrt_bwm_u4 = wrt_bwm<uint32_t>;
+inline constexpr auto wrt_bwm_u8 = wrt_bwm<uint64_t>;
+inline constexpr auto wrt_owm_i4 = wrt_owm<int32_t>;
+inline constexpr auto wrt_owm_i8 = wrt_owm<int64_t>;
+inline constexpr auto wrt_owm_u4 = wrt_owm<uint32_t>;
+inline constexpr auto wrt_owm_u8 = wrt_owm<uint64_t>;
+inline constexpr auto wrt_zwm_i4 = wrt_zwm<int32_t>;
+inline constexpr auto wrt_zwm_i8 = wrt_zwm<int64_t>;
+inline constexpr auto wrt_zwm_u4 = wrt_zwm<uint32_t>;
+inline constexpr auto wrt_zwm_u8 = wrt_zwm<uint64_t>;
+
+}  // namespace qal
