@@ -11,12 +11,14 @@
 #include <vector>
 
 #include "edit/output_edit.h"
+#include "edit/record.h"
 #include "gtest/gtest.h"
 #include "qal/errors.h"
 #include "support/scratch.h"
 
 using namespace qal;
 using qal::test::ScratchDir;
+using qal::test::StringRecord;
 
 namespace {
 
@@ -41,28 +43,9 @@ const Descriptor kDescriptors[] = {
     {"(SP,I6.0)", 'I', 6, 0, SIGN_PLUS},    {"(Z3.0)", 'Z', 3, 0, SIGN_SUPPRESS},
 };
 
-struct Record {
-  std::string text;
-  FieldWriter f;
-  explicit Record(int32_t sign_mode) {
-    f.sign_mode = sign_mode;
-    f.record = this;
-    f.allocate_field = [](void* r, int64_t size, int* err) -> char* {
-      if (size < 0) {
-        *err = ERR_NEGATIVE_FIELD_WIDTH;
-        return nullptr;
-      }
-      std::string& t = static_cast<Record*>(r)->text;
-      const size_t at = t.size();
-      t.append(static_cast<size_t>(size), '?');
-      return t.data() + at;
-    };
-  }
-};
-
 template <class T>
 std::string ours(const Descriptor& d, T v) {
-  Record r(d.sign_mode);
+  StringRecord r(d.sign_mode);
   switch (d.letter) {
     case 'I':
       wrt_iwm<T>(r.f, d.w, d.m, v);

@@ -8,46 +8,25 @@
 #include <string>
 #include <vector>
 
+#include "edit/record.h"
 #include "gtest/gtest.h"
 #include "qal/errors.h"
 
 using namespace qal;
+using qal::test::StringRecord;
 
 namespace {
 
-// A record that grows without limit, as a sequential unit's does.
-struct Record {
-  std::string text;
-  FieldWriter f;
-
-  explicit Record(int32_t sign_mode = SIGN_SUPPRESS, int32_t radix = 10, bool f77 = false) {
-    f.sign_mode = sign_mode;
-    f.radix = radix;
-    f.f77 = f77;
-    f.record = this;
-    f.allocate_field = [](void* r, int64_t size, int* err) -> char* {
-      if (size < 0) {
-        *err = ERR_NEGATIVE_FIELD_WIDTH;
-        return nullptr;
-      }
-      std::string& t = static_cast<Record*>(r)->text;
-      const size_t at = t.size();
-      t.append(static_cast<size_t>(size), '\x01');  // must all be overwritten
-      return t.data() + at;
-    };
-  }
-};
-
 template <class T>
 std::string iwm(T v, int32_t w, int32_t m = 0, int32_t mode = SIGN_SUPPRESS, int32_t radix = 10) {
-  Record r(mode, radix);
+  StringRecord r(mode, radix);
   EXPECT_EQ(wrt_iwm<T>(r.f, w, m, v), 0);
   return r.text;
 }
 
 template <class Edit, class... Args>
 std::string edit(Edit e, Args... args) {
-  Record r;
+  StringRecord r;
   EXPECT_EQ(e(r.f, args...), 0);
   return r.text;
 }
@@ -55,7 +34,7 @@ std::string edit(Edit e, Args... args) {
 std::string bytes_edit(int (*e)(FieldWriter&, int32_t, int32_t, const unsigned char*, int64_t),
                        std::vector<unsigned char> b, int32_t w, int32_t m = 0,
                        int32_t mode = SIGN_SUPPRESS) {
-  Record r(mode);
+  StringRecord r(mode);
   EXPECT_EQ(e(r.f, w, m, b.data(), static_cast<int64_t>(b.size())), 0);
   return r.text;
 }
@@ -92,7 +71,7 @@ TEST(IntegerEdit, UnsignedValuesTakeThePlusAsADigit) {
 }
 
 TEST(IntegerEdit, OldDialectWritesNothingForWidthZero) {
-  Record r(SIGN_SUPPRESS, 10, true);
+  StringRecord r(SIGN_SUPPRESS, 10, true);
   EXPECT_EQ(wrt_iwm_i4(r.f, 0, 0, 5), 0);
   EXPECT_EQ(wrt_iwm_i4(r.f, 0, 0, 0), 0);
   EXPECT_EQ(wrt_zwm_i4(r.f, 0, 2, 5), 0);
@@ -113,7 +92,7 @@ TEST(RadixEdit, BinaryOctalHexOfIntegers) {
   EXPECT_EQ(edit(wrt_bwm_i4, 0, 0, 0), " ");
   EXPECT_EQ(edit(wrt_zwm_i4, 3, 2, 0), " 00");
   // B, O and Z never sign, whatever the mode.
-  Record r(SIGN_PLUS);
+  StringRecord r(SIGN_PLUS);
   EXPECT_EQ(wrt_zwm_i4(r.f, 0, 3, 0), 0);
   EXPECT_EQ(wrt_zwm_i4(r.f, 3, 0, 10), 0);
   EXPECT_EQ(r.text, "000  A");
@@ -132,7 +111,7 @@ TEST(RadixEdit, ByteStringsAreOneBigNumber) {
   EXPECT_EQ(bytes_edit(wrt_owm_ch, {1, 0, 0, 0, 0, 0, 7}, 0), "10000000000000007");
   EXPECT_EQ(bytes_edit(wrt_zwm_ch, {0x12, 0x34}, 3), "***");
   // Numeric items come in memory order, lowest byte first.
-  Record r;
+  StringRecord r;
   unsigned char n[4] = {0x78, 0x56, 0x34, 0x12};
   EXPECT_EQ(wrt_zwm_n(r.f, 0, 0, n, 4), 0);
   EXPECT_EQ(r.text, "12345678");
@@ -151,7 +130,7 @@ TEST(RadixEdit, ByteStringsInDecimalAsTwosComplement) {
   EXPECT_EQ(bytes_edit(wrt_iwm_ch, {1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 0),
             "1208925819614629174706176");
   EXPECT_EQ(bytes_edit(wrt_iwm_ch, {0x80, 0, 0, 0, 0, 0, 0, 0, 0}, 0), "-2361183241434822606848");
-  Record r(SIGN_SUPPRESS, 2);
+  StringRecord r(SIGN_SUPPRESS, 2);
   unsigned char big[8] = {0xff, 0, 0, 0, 0, 0, 0, 0x7f};  // memory order
   EXPECT_EQ(wrt_iwm_n(r.f, 0, 0, big, 8), 0);
   EXPECT_EQ(r.text, "111111100000000000000000000000000000000000000000000000011111111");
@@ -163,7 +142,7 @@ TEST(CharacterEdit, AAndAw) {
   EXPECT_EQ(edit(wrt_aw, 0, "abcde", int64_t{5}), "");
   EXPECT_EQ(edit(wrt_a, "abc", int64_t{3}), "abc");
   EXPECT_EQ(edit(wrt_a, "abc", int64_t{0}), "");
-  Record r;
+  StringRecord r;
   EXPECT_EQ(wrt_aw(r.f, -1, "x", 1), ERR_NEGATIVE_FIELD_WIDTH);
 }
 
@@ -174,10 +153,10 @@ TEST(LogicalEdit, AnyNonzeroIsTrue) {
   const unsigned char bytes[3] = {0, 0, 4};
   EXPECT_EQ(edit(wrt_lwm_ch, 2, bytes, int64_t{3}), " T");
   EXPECT_EQ(edit(wrt_lwm_ch, 2, bytes, int64_t{2}), " F");
-  Record r;
+  StringRecord r;
   EXPECT_EQ(wrt_logical_l4(r.f, 0, 1), ERR_ZERO_FIELD_WIDTH);
   EXPECT_EQ(wrt_logical_l4(r.f, -2, 1), ERR_NEGATIVE_FIELD_WIDTH);
-  Record old(SIGN_SUPPRESS, 10, true);
+  StringRecord old(SIGN_SUPPRESS, 10, true);
   EXPECT_EQ(wrt_logical_l4(old.f, 0, 1), 0);
   EXPECT_EQ(old.text, "T");
 }
