@@ -88,18 +88,21 @@ struct RealFamily {
   bool point_before_e;  // compatibility mode takes Ew.d.e for Ew.dEe
 };
 
-constexpr RealFamily kFamilyD = {
-    FMT_D, FMT_D_W, FMT_D_W_D, FMT_D_W_D_E, FMT_VD_W_D, FMT_VD_W_D_E, ZeroWidth::CompatOnly, true};
-constexpr RealFamily kFamilyE = {
-    FMT_E, FMT_E_W, FMT_E_W_D, FMT_E_W_D_E, FMT_VE_W_D, FMT_VE_W_D_E, ZeroWidth::CompatOnly, true};
-constexpr RealFamily kFamilyEN = {FMT_EN,      FMT_EN_W,      FMT_EN_W_D,       FMT_EN_W_D_E,
-                                  FMT_VEN_W_D, FMT_VEN_W_D_E, ZeroWidth::Never, false};
-constexpr RealFamily kFamilyES = {FMT_ES,      FMT_ES_W,      FMT_ES_W_D,       FMT_ES_W_D_E,
-                                  FMT_VES_W_D, FMT_VES_W_D_E, ZeroWidth::Never, false};
+// D, E, EN, ES and G: bare, w, w.d and w.dEe forms in consecutive codes,
+// and the two interval forms likewise.
+constexpr RealFamily four_forms(int32_t bare, int32_t interval_wd, ZeroWidth zero_width,
+                                bool point_before_e) {
+  return {bare,        bare + 1,        bare + 2,   bare + 3,
+          interval_wd, interval_wd + 1, zero_width, point_before_e};
+}
+
+constexpr RealFamily kFamilyD = four_forms(FMT_D, FMT_VD_W_D, ZeroWidth::CompatOnly, true);
+constexpr RealFamily kFamilyE = four_forms(FMT_E, FMT_VE_W_D, ZeroWidth::CompatOnly, true);
+constexpr RealFamily kFamilyEN = four_forms(FMT_EN, FMT_VEN_W_D, ZeroWidth::Never, false);
+constexpr RealFamily kFamilyES = four_forms(FMT_ES, FMT_VES_W_D, ZeroWidth::Never, false);
+constexpr RealFamily kFamilyG = four_forms(FMT_G, FMT_VG_W_D, ZeroWidth::CompatOnly, true);
 constexpr RealFamily kFamilyF = {FMT_F,      FMT_F_W, FMT_F_W_D,         -1,
                                  FMT_VF_W_D, -1,      ZeroWidth::Always, false};
-constexpr RealFamily kFamilyG = {
-    FMT_G, FMT_G_W, FMT_G_W_D, FMT_G_W_D_E, FMT_VG_W_D, FMT_VG_W_D_E, ZeroWidth::CompatOnly, true};
 constexpr RealFamily kFamilyY = {-1,        -1,          FMT_Y_W_D,        FMT_Y_W_D_E,
                                  FMT_Y_W_D, FMT_Y_W_D_E, ZeroWidth::Never, false};
 

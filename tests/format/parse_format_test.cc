@@ -443,3 +443,39 @@ TEST(FormatTables, LongFormatsGrowTheBuffers) {
 }
 
 }  // namespace
+
+namespace {
+
+using namespace qal;
+
+// Texts made of format characters at random: whatever the parser makes of
+// them, it must either refuse them or build a table that holds together,
+// and never read or write out of bounds (the sanitizer build watches).
+TEST(FormatTables, RandomTextsGiveWholeTablesOrErrors) {
+  static const char kAlphabet[] = "()(),,  '\"0123456789.+-/:$AaBDEFGHILNOPQRSTUVXYZ";
+  uint32_t seed = 12345;
+  auto next = [&seed] { return (seed = seed * 1103515245u + 12345u) >> 16; };
+  for (int round = 0; round < 20000; ++round) {
+    std::string text = "(";
+    const int length = static_cast<int>(next() % 40);
+    for (int i = 0; i < length; ++i) text += kAlphabet[next() % (sizeof kAlphabet - 1)];
+    if (next() % 2) text += ')';
+    for (Dialect d : {kStandard, kCompat}) {
+      const Parsed p = parse(text, d);
+      ASSERT_TRUE(p.result == 0 || p.result == ERR_FORMAT) << text;
+      if (p.result != 0) continue;
+      ASSERT_EQ(p.words[0], FMT_MAGIC);
+      ASSERT_EQ(p.words[1], 4);
+      const int32_t op_end = static_cast<int32_t>(p.counters_at);
+      ASSERT_EQ(p.words[static_cast<size_t>(op_end - 2)], FMT_END) << text;
+      const int32_t target = p.words[static_cast<size_t>(op_end - 1)];
+      ASSERT_TRUE(target >= 4 && target <= op_end - 2) << text;
+      const char* copy = reinterpret_cast<const char*>(p.words.data() + 4 + p.words[2]);
+      const std::string scanned(copy, static_cast<size_t>(p.words[3]) - 1);
+      ASSERT_EQ(text.compare(0, scanned.size(), scanned), 0) << text;
+      ASSERT_EQ(scanned.back(), ')') << text;
+    }
+  }
+}
+
+}  // namespace
