@@ -6,6 +6,7 @@
 #include "qal/connect.h"
 #include "qal/diagnostics.h"
 #include "qal/errors.h"
+#include "qal/format.h"
 #include "qal/listed.h"
 #include "qal/location.h"
 #include "qal/program.h"
