@@ -12,7 +12,7 @@ using namespace qal::test;
 
 namespace {
 
-const Location kLoc{LOC_OPEN, 4, "spec.f90"};
+const Location kLoc{LOC_OPEN, 4, "open.f90"};
 
 using Parser = int (*)(uint32_t*, const char*, int64_t, const Location*);
 
@@ -97,7 +97,7 @@ TEST(Specifiers, WithoutErrReturnAFailureIsReported) {
   EXPECT_EQ(r.err,
             "\n ******  FORTRAN RUN-TIME SYSTEM  ******\n"
             " Error 1140:  unexpected STATUS specifier\n"
-            " Location:  the OPEN statement at line 4 of \"spec.f90\"\n");
+            " Location:  the OPEN statement at line 4 of \"open.f90\"\n");
 }
 
 struct FileoptResult {

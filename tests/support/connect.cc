@@ -4,7 +4,8 @@
 
 namespace qal::test {
 
-Open& Open::spec(int (*parser)(uint32_t*, const char*, int64_t, const Location*), const char* v) {
+Open& Open::specifier(int (*parser)(uint32_t*, const char*, int64_t, const Location*),
+                      const char* v) {
   const int err = parser(&word_, v, v ? static_cast<int64_t>(strlen(v)) : 0, &loc_);
   if (err && !parse_error_) parse_error_ = err;
   return *this;

@@ -24,18 +24,20 @@ class Open {
     word_ |= OF_FILE;
     return *this;
   }
-  Open& status(const char* v) { return spec(__f90_open_status, v); }
-  Open& action(const char* v) { return spec(__f90_open_action, v); }
-  Open& form(const char* v) { return spec(old_ ? __f90_open_form_f77compat : __f90_open_form, v); }
-  Open& access(const char* v) {
-    return spec(old_ ? __f90_open_access_f77compat : __f90_open_access, v);
+  Open& status(const char* v) { return specifier(__f90_open_status, v); }
+  Open& action(const char* v) { return specifier(__f90_open_action, v); }
+  Open& form(const char* v) {
+    return specifier(old_ ? __f90_open_form_f77compat : __f90_open_form, v);
   }
-  Open& position(const char* v) { return spec(__f90_open_position, v); }
-  Open& blank(const char* v) { return spec(__f90_open_blank, v); }
-  Open& delim(const char* v) { return spec(__f90_open_delim, v); }
-  Open& pad(const char* v) { return spec(__f90_open_pad, v); }
-  Open& decimal(const char* v) { return spec(__f90_open_decimal, v); }
-  Open& round(const char* v) { return spec(__f90_open_round, v); }
+  Open& access(const char* v) {
+    return specifier(old_ ? __f90_open_access_f77compat : __f90_open_access, v);
+  }
+  Open& position(const char* v) { return specifier(__f90_open_position, v); }
+  Open& blank(const char* v) { return specifier(__f90_open_blank, v); }
+  Open& delim(const char* v) { return specifier(__f90_open_delim, v); }
+  Open& pad(const char* v) { return specifier(__f90_open_pad, v); }
+  Open& decimal(const char* v) { return specifier(__f90_open_decimal, v); }
+  Open& round(const char* v) { return specifier(__f90_open_round, v); }
   Open& fileopt(const char* v);
   Open& recl(int64_t n, bool words = false) {
     recl_ = n;
@@ -54,7 +56,7 @@ class Open {
   int run();
 
  private:
-  Open& spec(int (*parser)(uint32_t*, const char*, int64_t, const Location*), const char* v);
+  Open& specifier(int (*parser)(uint32_t*, const char*, int64_t, const Location*), const char* v);
 
   int64_t unit_;
   uint32_t word_;
