@@ -73,16 +73,12 @@ int close_statement(int64_t unit, uint32_t word, const Location* location, OnErr
   initialise_for(mode == OnError::Return ? OF_ERR_RETURN : 0, location);
   if (unit < 0 || unit > INT32_MAX || (unit == 0 && old_dialect(word))) {
     if (mode == OnError::Return) return ERR_ILLEGAL_UNIT;
-    ConnectionReport report;
-    report.unit = unit;
-    report_connection_failure(ERR_ILLEGAL_UNIT, location, report);
+    report_and_abort(ERR_ILLEGAL_UNIT, location, true, unit, nullptr);
   }
   Unit* u;
   if (int err = take_unit_for_close(&u, static_cast<int32_t>(unit))) {
     if (mode == OnError::Return) return err;
-    ConnectionReport report;
-    report.unit = unit;
-    report_connection_failure(err, location, report);
+    report_and_abort(err, location, true, unit, nullptr);
   }
   if (!u) return 0;  // a number never used
   if (is_default_record(u)) {

@@ -16,19 +16,6 @@ inline OnError error_mode(uint32_t word) {
 // word asks for.
 void initialise_for(uint32_t word, const Location* location);
 
-// The report of a failed OPEN or CLOSE: banner, message, location, then the
-// Unit, File, Status and Bytes lines that are given.  Never returns.
-struct ConnectionReport {
-  int64_t unit = -1;
-  bool unit_line = true;
-  const char* file_name = nullptr;
-  const char* status = nullptr;
-  bool bytes_line = false;
-  uint64_t bytes = 0;
-};
-[[noreturn]] void report_connection_failure(int err, const Location* location,
-                                            const ConnectionReport& report);
-
 // Write out, close and dispose of a taken, connected unit, leaving the
 // record unconnected and zeroed.  Under Return a failure releases the unit.
 int close_unit(int64_t unit, Unit* u, uint32_t word, const Location* location, OnError mode);

@@ -32,6 +32,27 @@ struct Request {
   char* name = nullptr;  // ours until the record takes it
 };
 
+// The report of a failed OPEN: banner, message, location, the Unit and
+// File lines, then the Status and Bytes lines that are given.
+struct OpenReport {
+  int64_t unit;
+  const char* file_name;
+  const char* status;
+  bool bytes_line;
+  uint64_t bytes;
+};
+
+[[noreturn]] void report_open_failure(int err, const Location* location, const OpenReport& r) {
+  __f90_banner();
+  __f90_write_message(err);
+  if (location) __f90_write_loc(location);
+  __f90_write_unit_number(r.unit);
+  __f90_write_filename(r.file_name);
+  if (r.status) __f90_write_status(r.status);
+  if (r.bytes_line) __f90_write_bytes_requested(r.bytes);
+  abort();
+}
+
 // The one exit of a failing OPEN: the number back, or the report.  Frees
 // the name the statement still owns and releases the unit.
 int fail(Request& r, Unit* u, int err, const char* status = nullptr, bool bytes_line = false,
@@ -43,14 +64,9 @@ int fail(Request& r, Unit* u, int err, const char* status = nullptr, bool bytes_
     return err;
   }
   char copy[kNameCopySize];
-  ConnectionReport report;
-  report.unit = r.unit;
-  report.file_name = r.name ? r.name : u ? __f90_copy_filename(u, copy) : nullptr;
-  report.status = status;
-  report.bytes_line = bytes_line;
-  report.bytes = bytes;
+  const char* shown = r.name ? r.name : u ? __f90_copy_filename(u, copy) : nullptr;
   if (u) __f90_release_unit(u);
-  report_connection_failure(err, r.location, report);
+  report_open_failure(err, r.location, {r.unit, shown, status, bytes_line, bytes});
 }
 
 // FILE=: up to the first NUL within the length, or without one the text
@@ -279,23 +295,6 @@ int open_statement(uint32_t word, int64_t unit, const char* file, int64_t file_l
 }
 
 }  // namespace
-
-namespace qal {
-
-void report_connection_failure(int err, const Location* location, const ConnectionReport& report) {
-  __f90_banner();
-  __f90_write_message(err);
-  if (location) __f90_write_loc(location);
-  if (report.unit_line) {
-    __f90_write_unit_number(report.unit);
-    __f90_write_filename(report.file_name);
-  }
-  if (report.status) __f90_write_status(report.status);
-  if (report.bytes_line) __f90_write_bytes_requested(report.bytes);
-  abort();
-}
-
-}  // namespace qal
 
 namespace qal {
 extern "C" {

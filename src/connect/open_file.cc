@@ -77,26 +77,6 @@ int old_file_missing(uint32_t word, const char* name) {
   return 0;
 }
 
-int open_old(uint32_t word, const char* name, OpenedFile* o) {
-  for (int tries = 0; tries < kRetries; ++tries) {
-    int fd;
-    if (has_action(word)) {
-      const int acc = access_for(word);
-      fd = attempt(name, acc, flags_for(acc), o);
-    } else {
-      fd = attempt(name, O_RDWR, kReadWrite, o);
-      if (fd < 0 && denied(errno)) {
-        fd = attempt(name, O_RDONLY, kReadOnly, o);
-        if (fd < 0 && errno == EACCES) fd = attempt(name, O_WRONLY, kWriteOnly, o);
-      }
-    }
-    if (fd >= 0) return 0;
-    if (errno != ENOENT) return last_errno();
-    if (int err = old_file_missing(word, name)) return err;
-  }
-  return ENOENT;
-}
-
 // STATUS='NEW' met EEXIST: 0 to try again (the name went away), or the
 // error: `link_error` for a symbolic link, EEXIST for anything else.
 int new_file_exists(const char* name, int link_error) {
@@ -148,6 +128,15 @@ int open_with_action(uint32_t word, const char* name, int extra, OpenedFile* o) 
   const int acc = access_for(word);
   if (attempt(name, acc | extra, flags_for(acc), o) >= 0) return 0;
   return last_errno();
+}
+
+int open_old(uint32_t word, const char* name, OpenedFile* o) {
+  for (int tries = 0; tries < kRetries; ++tries) {
+    const int err = has_action(word) ? open_with_action(word, name, 0, o) : open_widest(name, 0, o);
+    if (err != ENOENT) return err;
+    if (int missing = old_file_missing(word, name)) return missing;
+  }
+  return ENOENT;
 }
 
 int open_replace(uint32_t word, const char* name, OpenedFile* o) {

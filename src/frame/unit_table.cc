@@ -47,8 +47,7 @@ void take_locked(Unit* u, bool* taken) {
       *taken = true;
     }
     u->waiters++;
-    while (u->hold_count != 0 && !pthread_equal(u->owner, self))
-      pthread_cond_wait(&u->available, &u->lock);
+    while (held_elsewhere(u, self)) pthread_cond_wait(&u->available, &u->lock);
     u->waiters--;
   }
   u->owner = self;
