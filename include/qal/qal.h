@@ -7,6 +7,7 @@
 #include "qal/diagnostics.h"
 #include "qal/errors.h"
 #include "qal/format.h"
+#include "qal/formatted.h"
 #include "qal/listed.h"
 #include "qal/location.h"
 #include "qal/program.h"

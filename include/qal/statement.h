@@ -19,11 +19,14 @@ enum StatementFlags {
   SF_EOR_RETURN = 0x00000004,       /* EOR= or IOSTAT= */
   SF_DEFAULT_UNIT = 0x00000008,     /* the unit is * */
   SF_FIRST_ITEM = 0x00000010,       /* list-directed write: no item yet */
+  SF_NON_ADVANCING = 0x00000010,    /* formatted write: ADVANCE='NO' */
   SF_STICKY_SEPARATOR = 0x00000020, /* list-directed write: last item was bare text */
   SF_NO_FIRST_BLANK = 0x00000040,
   SF_FREE_FORMAT = 0x00000100, /* run-time format, freed at every exit */
   SF_NO_CHARACTER_SEPARATOR = 0x00000200,
   SF_NO_PARSED_FORMAT = 0x00001000,
+  SF_AT_FORMAT_END = 0x00002000, /* formatted write: passed the format's end, no
+                                    data edit descriptor since */
   SF_ASYNCHRONOUS = 0x00100000,
   SF_DECIMAL = 0x00600000,
   SF_DECIMAL_POINT = 0x00200000,
@@ -44,15 +47,20 @@ enum StatementFlags {
   SF_INTERNAL_STICKY = 0x00000002
 };
 
-/* Sequential formatted write: WRITE(u,fmt), PRINT fmt. */
+/* Sequential formatted write: WRITE(u,fmt), PRINT fmt.  The last three
+ * fields are the edit modes in force, set by the start entry and changed
+ * by nR, kP, SP, SS, S and SU as the format is walked. */
 typedef struct IoStatementSfw {
   int64_t unit;
   uint32_t stmt_flags;
   const Location* location;
-  int32_t format_index;
+  int32_t format_index; /* op word to perform next */
   const int32_t* format;
   int32_t* format_counters;
   Unit* unit_ptr;
+  int32_t radix;        /* 10 */
+  int32_t scale_factor; /* 0 */
+  int32_t sign_mode;    /* 1 SP, 2 SS or S, 3 SU */
 } IoStatementSfw;
 
 /* Sequential formatted read. */
@@ -170,6 +178,9 @@ QAL_OFFSET(IoStatementSfw, format_index, 24);
 QAL_OFFSET(IoStatementSfw, format, 32);
 QAL_OFFSET(IoStatementSfw, format_counters, 40);
 QAL_OFFSET(IoStatementSfw, unit_ptr, 48);
+QAL_OFFSET(IoStatementSfw, radix, 56);
+QAL_OFFSET(IoStatementSfw, scale_factor, 60);
+QAL_OFFSET(IoStatementSfw, sign_mode, 64);
 
 QAL_OFFSET(IoStatementSfr, size_count, 8);
 QAL_OFFSET(IoStatementSfr, stmt_flags, 16);

@@ -107,8 +107,16 @@ struct StartMode {
 // numbered), take it, connect it implicitly.  On success *s.unit_ptr holds
 // the taken unit; on failure the statement is over.
 int start_take_unit(const StatementRef& s, const StartMode& mode);
+// Step 5: the decimal mode, and for formatted writes the rounding mode, from
+// the unit where the statement gave none.
+void resolve_modes(uint32_t& flags, uint32_t unit_flags, const StartMode& mode);
 // Steps 4 to 6: check the connection, resolve modes, turn the unit around.
 int start_check_and_turn(const StatementRef& s, Unit* u, const StartMode& mode);
+
+// The start of a write with POS= on a stream unit: take the unit (no
+// default unit, no implicit connection), check it, resolve the modes, flush
+// and move the file to byte `pos`.  On failure the statement is over.
+int start_stream_write(const StatementRef& s, int64_t pos, const StartMode& mode);
 
 // End-entry steps 3 and 4: push pending bytes where the unit wants it, and
 // the delayed truncation.  Does not release.

@@ -189,6 +189,17 @@ int start_take_unit(const StatementRef& s, const StartMode& mode) {
   return 0;
 }
 
+void resolve_modes(uint32_t& flags, uint32_t uf, const StartMode& mode) {
+  if (!(flags & SF_DECIMAL)) flags |= (uf & UF_DECIMAL_COMMA) ? SF_DECIMAL_COMMA : SF_DECIMAL_POINT;
+  if (mode.formatted && mode.write && !mode.list_directed && !(flags & SF_ROUND)) {
+    const uint32_t round = (uf & UF_ROUND) >> 4;  // same codes, four bits lower
+    const uint32_t fallback = (flags & SF_ROUND_COMPATIBLE_DEFAULT)
+                                  ? uint32_t{SF_ROUND_COMPATIBLE}
+                                  : uint32_t{SF_ROUND_PROCESSOR_DEFINED};
+    flags |= round ? round : fallback;
+  }
+}
+
 int start_check_and_turn(const StatementRef& s, Unit* u, const StartMode& mode) {
   uint32_t& flags = *s.stmt_flags;
   const uint32_t uf = u->flags;
@@ -202,14 +213,7 @@ int start_check_and_turn(const StatementRef& s, Unit* u, const StartMode& mode) 
   if ((flags & SF_ASYNCHRONOUS) && !(uf & UF_ASYNCHRONOUS))
     return fail_statement(s, u, ERR_ASYNC_ON_SYNC);
 
-  if (!(flags & SF_DECIMAL)) flags |= (uf & UF_DECIMAL_COMMA) ? SF_DECIMAL_COMMA : SF_DECIMAL_POINT;
-  if (mode.formatted && mode.write && !mode.list_directed && !(flags & SF_ROUND)) {
-    const uint32_t round = (uf & UF_ROUND) >> 4;  // same codes, four bits lower
-    const uint32_t fallback = (flags & SF_ROUND_COMPATIBLE_DEFAULT)
-                                  ? uint32_t{SF_ROUND_COMPATIBLE}
-                                  : uint32_t{SF_ROUND_PROCESSOR_DEFINED};
-    flags |= round ? round : fallback;
-  }
+  resolve_modes(flags, uf, mode);
 
   if (mode.write) {
     if (uf & UF_LAST_READ) {

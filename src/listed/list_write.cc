@@ -276,21 +276,6 @@ int start_record(Stmt* s, Unit* u) {
   return 0;
 }
 
-int seek_stream_unit(Stmt* s, Unit* u, int64_t pos) {
-  if (u->flags & UF_LAST_WRITE)
-    if (int err = flush_raw(u)) return fail(s, err);
-  struct stat st;
-  if (fstat(u->fd, &st) != 0) return fail(s, errno);
-  if (pos < 1 || pos - 1 > st.st_size) return fail(s, ERR_BAD_POS);
-  const bool seek_failed =
-      u->stream ? fseeko(u->stream, pos - 1, SEEK_SET) != 0 : lseek(u->fd, pos - 1, SEEK_SET) < 0;
-  if (seek_failed) return fail(s, errno);
-  if (u->buffer) reset_cursors(u);
-  u->flags &= ~(UF_RECORD_LOADED | UF_AT_EOF_DATA | UF_AFTER_ENDFILE | UF_LAST_READ);
-  u->flags |= UF_LAST_WRITE;
-  return 0;
-}
-
 }  // namespace
 
 namespace qal {
@@ -304,31 +289,8 @@ QAL_EXPORT int __f90_sslw(Stmt* s) {
 }
 
 QAL_EXPORT int __f90_sslw_pos(Stmt* s, int64_t pos) {
-  if (!initio_done()) __f90_initio_r();
-  s->unit_ptr = nullptr;
-  if (s->stmt_flags & SF_DEFAULT_UNIT) {
-    s->unit = -1;
-    return fail(s, ERR_STREAM_DEFAULT_UNIT);
-  }
-  Unit* u;
-  if (int err = take_numbered_unit(&u, s->unit, s->location, OnError::Return)) {
-    FailureDetail d;
-    d.bytes_line = err == ERR_OUT_OF_MEMORY;
-    d.bytes = sizeof(Unit);
-    return fail(s, err, d);
-  }
-  s->unit_ptr = u;
-  const uint32_t uf = u->flags;
-  if (!(uf & UF_CONNECTED)) return fail(s, ERR_STREAM_UNCONNECTED);
-  if (!(uf & UF_WRITABLE)) return fail(s, ERR_WRITING_NOT_ALLOWED);
-  if (!(uf & UF_STREAM)) return fail(s, ERR_STREAM_ON_RECORD_UNIT);
-  if (!(uf & UF_FORMATTED_LIKE)) return fail(s, ERR_FORMATTED_ON_UNFORMATTED);
-  if ((s->stmt_flags & SF_ASYNCHRONOUS) && !(uf & UF_ASYNCHRONOUS))
-    return fail(s, ERR_ASYNC_ON_SYNC);
-  if (!(s->stmt_flags & SF_DECIMAL))
-    s->stmt_flags |= (uf & UF_DECIMAL_COMMA) ? SF_DECIMAL_COMMA : SF_DECIMAL_POINT;
-  if (int err = seek_stream_unit(s, u, pos)) return err;
-  return start_record(s, u);
+  if (int err = start_stream_write(statement_ref(s), pos, kListWrite)) return err;
+  return start_record(s, s->unit_ptr);
 }
 
 QAL_EXPORT int __f90_slw_ch(Stmt* s, const char* text, int64_t length) {

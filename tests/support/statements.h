@@ -21,6 +21,33 @@ struct Logical {
 
 inline constexpr const char* kSourceFile = "test.f90";
 
+// The calls of one statement: each runs only while all before it returned
+// 0, as compiled code stops calling after the first error.
+class CallChain {
+ public:
+  template <class F>
+  void run(F f) {
+    if (status_ == 0 && !done_) {
+      status_ = f();
+      if (status_ != 0) done_ = true;
+    }
+  }
+  int status() const { return status_; }
+
+ private:
+  int status_ = 0;
+  bool done_ = false;
+};
+
+// Start, one call per item, end; the status of the first failing call.
+template <class Statement, class... Items>
+int whole_statement(Statement& w, Items... items) {
+  w.start();
+  (w.item(items), ...);
+  w.end();
+  return w.status();
+}
+
 // The entries of one list-directed output mode.
 struct ExternalListEntries {
   using Stmt = IoStatementSlw;
@@ -89,12 +116,9 @@ class ListStatement {
 
   template <class... Items>
   int all(Items... items) {
-    start();
-    (item(items), ...);
-    end();
-    return status_;
+    return whole_statement(*this, items...);
   }
-  int status() const { return status_; }
+  int status() const { return calls_.status(); }
   Stmt& stmt() { return *s(); }
 
  protected:
@@ -103,16 +127,12 @@ class ListStatement {
 
   template <class F>
   ListStatement& run(F f) {
-    if (status_ == 0 && !done_) {
-      status_ = f();
-      if (status_ != 0) done_ = true;
-    }
+    calls_.run(f);
     return *this;
   }
 
  private:
-  int status_ = 0;
-  bool done_ = false;
+  CallChain calls_;
 };
 
 // WRITE(unit,*) or PRINT * (unit `*`).
@@ -159,6 +179,58 @@ class InternalListWrite : public ListStatement<InternalListEntries> {
   Location loc_{LOC_WRITE, 9, kSourceFile};
   IoStatementIl* s_;
   InternalUnit* desc_ = nullptr;
+};
+
+// WRITE(unit,fmt) or PRINT fmt.  The format text is parsed at run time
+// (the statement frees it, as SF_FREE_FORMAT says), or a table is given as
+// a compiler lays one down.  A parse failure becomes the status.
+class FormattedWrite {
+ public:
+  FormattedWrite(int64_t unit, std::string_view format, uint32_t flags = 0,
+                 int32_t kind = LOC_WRITE);
+  FormattedWrite(int64_t unit, const int32_t* table, int32_t* counters, uint32_t flags = 0);
+  static FormattedWrite print(std::string_view format, uint32_t flags = 0) {
+    return FormattedWrite(0, format, flags | SF_DEFAULT_UNIT, LOC_PRINT);
+  }
+  FormattedWrite(const FormattedWrite&) = delete;
+  ~FormattedWrite();
+
+  FormattedWrite& start();
+  FormattedWrite& start_pos(int64_t pos);
+  FormattedWrite& advance(std::string_view text);
+  FormattedWrite& item(int8_t v);
+  FormattedWrite& item(int16_t v);
+  FormattedWrite& item(int32_t v);
+  FormattedWrite& item(int64_t v);
+  FormattedWrite& item(uint8_t v);
+  FormattedWrite& item(uint16_t v);
+  FormattedWrite& item(uint32_t v);
+  FormattedWrite& item(uint64_t v);
+  FormattedWrite& item(Logical v);
+  FormattedWrite& item(float v);
+  FormattedWrite& item(double v);
+  FormattedWrite& item(std::string_view v);
+  FormattedWrite& item(const char* v) { return item(std::string_view(v)); }
+  FormattedWrite& end();
+
+  template <class... Items>
+  int all(Items... items) {
+    return whole_statement(*this, items...);
+  }
+  int status() const { return calls_.status(); }
+  IoStatementSfw& stmt() { return s_; }
+
+ private:
+  template <class F>
+  FormattedWrite& run(F f) {
+    calls_.run(f);
+    return *this;
+  }
+
+  CallChain calls_;
+  Location loc_;
+  IoStatementSfw s_{};
+  bool started_ = false;
 };
 
 }  // namespace qal::test

@@ -7,7 +7,7 @@
 // Digits come from repeated division (radix 10 has its own loop), from
 // shifts for B, O and Z, or from long division through 16-bit words for
 // integers of any length given as bytes.
-#include "edit/output_edit.h"
+#include "formatted/output_edit.h"
 
 #include <stdlib.h>
 #include <string.h>

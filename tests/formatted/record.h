@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "edit/output_edit.h"
+#include "formatted/output_edit.h"
 #include "qal/errors.h"
 
 namespace qal::test {

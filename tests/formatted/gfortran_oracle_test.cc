@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "edit/output_edit.h"
-#include "edit/record.h"
+#include "formatted/output_edit.h"
+#include "formatted/record.h"
 #include "gtest/gtest.h"
 #include "qal/errors.h"
 #include "support/scratch.h"

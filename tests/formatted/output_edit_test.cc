@@ -1,6 +1,6 @@
 // The output editors of integers, logicals and characters, writing into a
 // record held in a string.
-#include "edit/output_edit.h"
+#include "formatted/output_edit.h"
 
 #include <stdlib.h>
 #include <string.h>
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "edit/record.h"
+#include "formatted/record.h"
 #include "gtest/gtest.h"
 #include "qal/errors.h"
 
