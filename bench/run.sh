@@ -13,10 +13,12 @@ build="$root/build-bench"
 reps=${REPS:-5}
 rounds=${ROUNDS:-200}
 
-# Work sizes; they must match the fixed iteration counts in list_write.cc.
+# Work sizes; they must match the fixed iteration counts in list_write.cc
+# and formatted_write.cc.
 list_statements=4000    # of 1000 items each
 single_statements=1000000
 ten_statements=400000   # of 10 scalar items each
+four_statements=1000000 # WRITE(10,'(4I12)'), 4 items each
 
 echo "== building (Release, $build)" >&2
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DQAL_BENCH=ON \
@@ -25,11 +27,12 @@ cmake --build "$build" -j2 -- -j2 >/dev/null
 
 peers="$build/bench/peers"
 mkdir -p "$peers"
-for p in list_items ten_items one_item_statement hello; do
+for p in list_items ten_items one_item_statement formatted_items hello; do
   gfortran -O2 "$here/peers/$p.f90" -o "$peers/$p"
 done
 
 bench="$build/bench/bench_list_write"
+formatted="$build/bench/bench_formatted_write"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
@@ -49,9 +52,9 @@ check_records() {  # check_records WHO RECORDS
   rm -f fort.10
 }
 # ns per iteration of one benchmark (csv column 3, unit ns) divided by ITEMS.
-ours() {  # ours BENCHMARK ITEMS RECORDS
+ours() {  # ours BENCHMARK ITEMS RECORDS [BINARY]
   rm -f fort.10
-  "$bench" --benchmark_filter="^$1/" --benchmark_format=csv 2>/dev/null |
+  "${4:-$bench}" --benchmark_filter="^$1/" --benchmark_format=csv 2>/dev/null |
     awk -F, -v per="$2" 'NR > 1 { printf "%.3f\n", $3 / per }'
   check_records "$1" "$3"
 }
@@ -84,7 +87,11 @@ for ((k = 1; k <= reps; ++k)); do
     d=$(peer one_item_statement $single_statements)
     e=$(ours BM_TenItems 10 $((ten_statements + 1)))
     f=$(peer ten_items $ten_statements)
+    g=$(ours BM_FormattedFourItems 4 $((four_statements + 1)) "$formatted")
+    h=$(peer formatted_items $four_statements)
   else
+    h=$(peer formatted_items $four_statements)
+    g=$(ours BM_FormattedFourItems 4 $((four_statements + 1)) "$formatted")
     f=$(peer ten_items $ten_statements)
     e=$(ours BM_TenItems 10 $((ten_statements + 1)))
     b=$(peer list_items $list_statements)
@@ -95,6 +102,7 @@ for ((k = 1; k <= reps; ++k)); do
   add items "$a" "$b"
   add stmt "$c" "$d"
   add ten "$e" "$f"
+  add four "$g" "$h"
 
   declare -A t=()
   while read -r name ns; do t[$name]=$ns; done < <(
@@ -132,6 +140,7 @@ echo '| --- | --- | ---: | ---: | ---: | --- | --- |'
 row ten 'WRITE(10,*) of 10 scalar integers, per item' 'gfortran -O2' 6
 row items 'WRITE(10,*) (A(I),I=1,1000), per item' 'gfortran -O2 (one array transfer)' 6
 row stmt 'WRITE(10,*) I, per statement' 'gfortran -O2' 4
+row four "WRITE(10,'(4I12)') of 4 scalar integers, per item" 'gfortran -O2' 8
 row empty 'start-up: empty main linked with libqal, per exec' 'plain C, empty main' 0.91
 row hello 'start-up: PRINT * hello via libqal, per exec' 'plain C, fputs hello' 0.91
 row gfhello 'start-up: PRINT * hello via libqal, per exec' 'gfortran hello' -

@@ -10,6 +10,11 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
+
+#include <type_traits>
+
+#include "util/decimal.h"
 
 namespace qal {
 
@@ -67,6 +72,67 @@ int wrt_zwm_n(FieldWriter& f, int32_t w, int32_t m, unsigned char* bytes, int64_
 int wrt_logical_l4(FieldWriter& f, int32_t w, int32_t value);
 int wrt_logical_l8(FieldWriter& f, int32_t w, int64_t value);
 int wrt_lwm_ch(FieldWriter& f, int32_t w, const unsigned char* bytes, int64_t length);
+
+// Iw of a decimal value, w above 0 and m = 1, laid straight into its field:
+// the common case of the family, without its layout steps.  `fits` is
+// false where those steps are needed: SU on a signed value, SP on an
+// unsigned one, or a field too narrow (asterisks).
+template <class T>
+struct DecimalIw {
+  std::make_unsigned_t<T> magnitude;
+  char sign;  // 0, '-' or '+'
+  int32_t width;
+  bool fits;
+};
+
+template <class T>
+inline DecimalIw<T> decimal_iw(T value, int32_t sign_mode, int32_t w) {
+  using U = std::make_unsigned_t<T>;
+  DecimalIw<T> d{static_cast<U>(value), 0, 0, false};
+  if constexpr (std::is_signed_v<T>) {
+    if (sign_mode == SIGN_UNSIGNED) return d;
+    if (value < 0) {
+      d.sign = '-';
+      d.magnitude = U(0) - d.magnitude;
+    } else if (sign_mode == SIGN_PLUS) {
+      d.sign = '+';
+    }
+  } else {
+    if (sign_mode == SIGN_PLUS) return d;
+  }
+  d.width = decimal_length(d.magnitude) + (d.sign ? 1 : 0);
+  d.fits = d.width <= w;
+  return d;
+}
+
+// Fills a field of w bytes with what decimal_iw found to fit.  Fields are
+// short: the usual one is composed in a blank scratch word and copied with
+// two overlapping moves, never a call.
+template <class T>
+inline void store_decimal_iw(char* field, int32_t w, const DecimalIw<T>& d) {
+  if (w > 32) {
+    memset(field, ' ', static_cast<size_t>(w - d.width));
+    char* first = unsigned_to_decimal_backward(d.magnitude, field + w);
+    if (d.sign) first[-1] = d.sign;
+    return;
+  }
+  char scratch[32];
+  memset(scratch, ' ', sizeof scratch);
+  char* first = unsigned_to_decimal_backward(d.magnitude, scratch + w);
+  if (d.sign) first[-1] = d.sign;
+  if (w >= 16) {
+    memcpy(field, scratch, 16);
+    memcpy(field + w - 16, scratch + w - 16, 16);
+  } else if (w >= 8) {
+    memcpy(field, scratch, 8);
+    memcpy(field + w - 8, scratch + w - 8, 8);
+  } else if (w >= 4) {
+    memcpy(field, scratch, 4);
+    memcpy(field + w - 4, scratch + w - 4, 4);
+  } else {
+    for (int32_t i = 0; i < w; ++i) field[i] = scratch[i];
+  }
+}
 
 // The names of the family members.
 inline constexpr auto wrt_iwm_i4 = wrt_iwm<int32_t>;

@@ -55,7 +55,7 @@ struct SequentialRecord {
 
   // Room for `size` bytes at record_pos: first by writing the finished
   // records and sliding the open one to the front, then by growing.
-  bool make_room(int64_t size, int* err) {
+  __attribute__((noinline)) bool make_room(int64_t size, int* err) {
     Unit* u = stmt->unit_ptr;
     if (u->flush_ptr < u->record_start) {
       if (int e =
@@ -88,14 +88,14 @@ struct SequentialRecord {
     return true;
   }
 
-  char* allocate_field(int64_t size, int* err) {
+  __attribute__((always_inline)) char* allocate_field(int64_t size, int* err) {
     Unit* u = stmt->unit_ptr;
     if (size < 0) {
       *err = ERR_NEGATIVE_FIELD_WIDTH;
       return nullptr;
     }
     if (size > u->buffer_end - u->record_pos && !make_room(size, err)) return nullptr;
-    if (u->record_pos > u->record_high)
+    if (u->record_pos > u->record_high) [[unlikely]]
       memset(u->record_high, ' ', static_cast<size_t>(u->record_pos - u->record_high));
     char* field = u->record_pos;
     u->record_pos += size;
@@ -213,6 +213,7 @@ int open_record(Stmt* s, Unit* u) {
       return fail(s, ERR_CORRUPTED_FORMAT);
     s->format_index = f[FMT_WORD_FIRST_OP];
   }
+  s->stmt_flags &= ~SF_AT_FORMAT_END;
   s->radix = 10;
   s->scale_factor = 0;
   s->sign_mode = 2;

@@ -44,6 +44,11 @@ struct IntervalItem {
   const void* bytes;
 };
 
+template <class Item>
+inline constexpr bool is_integer_item = false;
+template <class T>
+inline constexpr bool is_integer_item<IntegerItem<T>> = true;
+
 namespace write_detail {
 
 // A descriptor in the terms the editors need.
@@ -108,17 +113,24 @@ inline int32_t bare_ioz_width(int64_t size) {
 // is refused as a mismatch until they are.
 inline int edit_real(FieldWriter&) { return ERR_EDIT_TYPE_MISMATCH; }
 
-// I, B, O, Z of an integer value; 1- and 2-byte values widen by their sign.
+// 1- and 2-byte values widen to 4 bytes by their sign.
+template <class T>
+using Widened = std::conditional_t<(sizeof(T) < 4),
+                                   std::conditional_t<std::is_signed_v<T>, int32_t, uint32_t>, T>;
+template <class T>
+Widened<T> widened(T value) {
+  return static_cast<Widened<T>>(value);
+}
+
+// I, B, O, Z of an integer value.
 template <class T>
 int edit_integer(FieldWriter& f, Descriptor::Kind kind, int32_t w, int32_t m, T value) {
   using U = std::make_unsigned_t<T>;
-  using Wide = std::conditional_t<(sizeof(T) < 4),
-                                  std::conditional_t<std::is_signed_v<T>, int32_t, uint32_t>, T>;
-  using WideU = std::make_unsigned_t<Wide>;
+  using WideU = std::make_unsigned_t<Widened<T>>;
   const WideU bits = static_cast<WideU>(static_cast<U>(value));
   switch (kind) {
     case Descriptor::I:
-      return wrt_iwm<Wide>(f, w, m, static_cast<Wide>(value));
+      return wrt_iwm<Widened<T>>(f, w, m, widened(value));
     case Descriptor::B:
       return wrt_bwm<WideU>(f, w, m, bits);
     case Descriptor::O:
@@ -341,8 +353,35 @@ FieldWriter field_writer(P& p) {
 template <OutputRecordPolicy P, class Item>
 int write_item(P& p, const Item& item) {
   using namespace write_detail;
-  if (int err = write_to_data_edit_descriptor(p)) return err;
-  const int32_t* op = p.stmt->format + p.stmt->format_index;
+  auto* s = p.stmt;
+  const int32_t* op = s->format + s->format_index;
+  // The previous item left the walk here when nothing stands between its
+  // descriptor and this one.
+  if (!is_data_edit(op[0])) {
+    // The next round of a repeated descriptor (4I12) needs no walk either.
+    int32_t* counter = op[0] == FMT_END_REPEAT ? s->format_counters + op[1] : nullptr;
+    if (counter && *counter > 1 && is_data_edit(s->format[op[2]])) {
+      --*counter;
+      s->format_index = op[2];
+    } else if (int err = write_to_data_edit_descriptor(p)) {
+      return err;
+    }
+    op = s->format + s->format_index;
+  }
+  if constexpr (is_integer_item<Item>) {
+    // Iw in decimal, the most common of all: straight into the field.
+    if (op[0] == FMT_I_W && op[1] > 0 && s->radix == 10 && !(s->stmt_flags & SF_F77_WRITE)) {
+      const auto d = decimal_iw(widened(item.value), s->sign_mode, op[1]);
+      if (d.fits) {
+        int err = 0;
+        char* field = p.allocate_field(op[1], &err);
+        if (!field) return p.fail(err, 0);
+        store_decimal_iw(field, op[1], d);
+        s->format_index += 3;
+        return 0;
+      }
+    }
+  }
   FieldWriter f = field_writer(p);
   int err;
   if (p.stmt->stmt_flags & SF_F77_WRITE) {
