@@ -12,3 +12,5 @@ echo "== hello_print"
 echo "== write_unit10 (leaves $work/fort.10 behind)"
 "$root/build/examples/write_unit10"
 cat fort.10
+echo "== formatted_print"
+"$root/build/examples/formatted_print"
