@@ -58,9 +58,22 @@ struct Row {
   const char* expected;
 };
 
+// Every test leaves the units it used closed, so tests may share a process.
+class UnitsClosedAfterwards : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    for (int unit : {10, 11, 12, 13, 14}) close_unit(unit);
+  }
+};
+
 }  // namespace
 
-TEST(FormatWalk, WhatTheFormatWritesAroundItems) {
+using FormatWalk = UnitsClosedAfterwards;
+using FormatRecords = UnitsClosedAfterwards;
+using FormatItems = UnitsClosedAfterwards;
+using FormatFailures = UnitsClosedAfterwards;
+
+TEST_F(FormatWalk, WhatTheFormatWritesAroundItems) {
   const std::vector<Row> rows = {
       // The walk stops at the next descriptor that needs an item.
       {"trailing text stops at data", [] { FormattedWrite(10, "(I5,'abc',I5,'def')").all(42); },
@@ -98,7 +111,7 @@ TEST(FormatWalk, WhatTheFormatWritesAroundItems) {
   for (const Row& row : rows) EXPECT_EQ(file_text(row.statements), row.expected) << row.name;
 }
 
-TEST(FormatWalk, ModeOpsChangeTheStatement) {
+TEST_F(FormatWalk, ModeOpsChangeTheStatement) {
   ScratchDir dir;
   FormattedWrite w(10, "(DC,3P,I1,RZ,DP,I1,RC)");
   w.start().item(1);
@@ -111,7 +124,7 @@ TEST(FormatWalk, ModeOpsChangeTheStatement) {
   EXPECT_EQ(w.status(), 0);
 }
 
-TEST(FormatWalk, CompiledTables) {
+TEST_F(FormatWalk, CompiledTables) {
   // 16R,I4: the radix of compiled tables (the text form is the old
   // dialect's).  The format stays the program's: the statement frees nothing.
   Table radix({FMT_RADIX, 16, FMT_I_W, 4, 0, FMT_B_W, 9, 0, FMT_END, 4});
@@ -131,7 +144,7 @@ TEST(FormatWalk, CompiledTables) {
             "+1 2\n");
 }
 
-TEST(FormatRecords, NonAdvancingAndDollarKeepTheRecordOpen) {
+TEST_F(FormatRecords, NonAdvancingAndDollarKeepTheRecordOpen) {
   EXPECT_EQ(file_text([] {
               FormattedWrite(10, "(I1,$)").all(7);
               // T counts from where this statement began.
@@ -156,7 +169,22 @@ TEST(FormatRecords, NonAdvancingAndDollarKeepTheRecordOpen) {
   EXPECT_EQ(dir.read("fort.10"), "abc");
 }
 
-TEST(FormatRecords, AdvanceSpecifier) {
+TEST_F(FormatRecords, NonAdvancingRecordContinuesBehindItsLastByte) {
+  // A closing X or T leaves nothing behind: the next statement starts where
+  // the last byte stands, not where the position was moved to.
+  EXPECT_EQ(file_text([] {
+              FormattedWrite(10, "(A,3X)").start().advance("NO").item("abc").end();
+              FormattedWrite(10, "(A)").all("def");
+            }),
+            "abcdef\n");
+  EXPECT_EQ(file_text([] {
+              FormattedWrite(10, "(A,T2,A)").start().advance("NO").item("abcdef").item("x").end();
+              FormattedWrite(10, "(A)").all("Z");
+            }),
+            "axcdefZ\n");
+}
+
+TEST_F(FormatRecords, AdvanceSpecifier) {
   ScratchDir dir;
   EXPECT_EQ(FormattedWrite(10, "(A)", SF_ERR_RETURN).start().advance("N").item("x").end().status(),
             ERR_BAD_ADVANCE);
@@ -169,7 +197,7 @@ TEST(FormatRecords, AdvanceSpecifier) {
   EXPECT_EQ(__f90_sfw_advance(&w.stmt(), nullptr, 2), ERR_UNASSOCIATED_ADVANCE);
 }
 
-TEST(FormatRecords, RecordsLongerThanTheBuffer) {
+TEST_F(FormatRecords, RecordsLongerThanTheBuffer) {
   ScratchDir dir;
   // Finished records ahead of a record that outgrows the buffer are written
   // first and the open record slides to the front; then the buffer grows.
@@ -203,7 +231,7 @@ TEST(FormatRecords, RecordsLongerThanTheBuffer) {
   EXPECT_EQ(dir.read("fort.10"), expected);
 }
 
-TEST(FormatRecords, CarriageControlOnPrintFormUnits) {
+TEST_F(FormatRecords, CarriageControlOnPrintFormUnits) {
   ScratchDir dir;
   ASSERT_EQ(Open(10).f77().file("cc.txt").form("PRINT").run(), 0);
   FormattedWrite(10, "(A)").all("1abc");
@@ -216,7 +244,7 @@ TEST(FormatRecords, CarriageControlOnPrintFormUnits) {
   EXPECT_EQ(dir.read("cc.txt"), "\fabc\n\nx\nplain\nab\rcd\n\fp\n\nq\n");
 }
 
-TEST(FormatRecords, StreamPositions) {
+TEST_F(FormatRecords, StreamPositions) {
   ScratchDir dir;
   ASSERT_EQ(Open(10).file("s.txt").access("STREAM").form("FORMATTED").run(), 0);
   FormattedWrite(10, "(A)").all("abcdef");
@@ -239,7 +267,7 @@ TEST(FormatRecords, StreamPositions) {
             ERR_STREAM_DEFAULT_UNIT);
 }
 
-TEST(FormatItems, DescriptorsByItemType) {
+TEST_F(FormatItems, DescriptorsByItemType) {
   const std::vector<Row> rows = {
       {"bare I by kind",
        [] { FormattedWrite(10, "(4I)").all(int8_t{-5}, int16_t{7}, 9, int64_t{-1}); },
@@ -281,7 +309,7 @@ TEST(FormatItems, DescriptorsByItemType) {
   for (const Row& row : rows) EXPECT_EQ(file_text(row.statements), row.expected) << row.name;
 }
 
-TEST(FormatItems, RealsAndComplexesAsBits) {
+TEST_F(FormatItems, RealsAndComplexesAsBits) {
   // Until the real editors take them, reals go out as their bits under the
   // integer and A descriptors, and are refused by the real ones.
   EXPECT_EQ(file_text([] { FormattedWrite(10, "(A,A2)").all(0.0f, 1.0f); }),
@@ -303,7 +331,7 @@ TEST(FormatItems, RealsAndComplexesAsBits) {
   EXPECT_EQ(status_of("(L2)", 1.0), ERR_EDIT_TYPE_MISMATCH);
 }
 
-TEST(FormatItems, OldDialectLooksOnlyAtTheSize) {
+TEST_F(FormatItems, OldDialectLooksOnlyAtTheSize) {
   // One byte and two (a CHARACTER*2 too) are seven wide under I; L looks
   // at the low 32 bits; Z of two bytes is their unsigned value.
   EXPECT_EQ(file_text([] {
@@ -313,7 +341,7 @@ TEST(FormatItems, OldDialectLooksOnlyAtTheSize) {
             "     -3  25185 T  T   FFFF\n");
 }
 
-TEST(FormatFailures, NumbersReturned) {
+TEST_F(FormatFailures, NumbersReturned) {
   EXPECT_EQ(status_of("('abc')", 1), ERR_NO_DATA_EDIT);
   EXPECT_EQ(status_of("(L2)", 1), ERR_EDIT_TYPE_MISMATCH);
   EXPECT_EQ(status_of("(Q)", 1), ERR_EDIT_TYPE_MISMATCH);
@@ -345,7 +373,7 @@ TEST(FormatFailures, NumbersReturned) {
   EXPECT_EQ(dir.read("fort.10"), "a\naT\n");
 }
 
-TEST(FormatFailures, ConnectionChecks) {
+TEST_F(FormatFailures, ConnectionChecks) {
   ScratchDir dir;
   dir.write("r.txt", "x\n");
   ASSERT_EQ(Open(10).file("r.txt").action("READ").run(), 0);
@@ -360,7 +388,7 @@ TEST(FormatFailures, ConnectionChecks) {
   EXPECT_EQ(FormattedWrite(14, "(I1)", SF_ERR_RETURN | SF_ASYNCHRONOUS).all(1), ERR_ASYNC_ON_SYNC);
 }
 
-TEST(FormatFailures, NestedStatementOnTheSameUnit) {
+TEST_F(FormatFailures, NestedStatementOnTheSameUnit) {
   ScratchDir dir;
   FormattedWrite outer(10, "(I2)", SF_ERR_RETURN);
   outer.start().item(1);
@@ -370,7 +398,7 @@ TEST(FormatFailures, NestedStatementOnTheSameUnit) {
   EXPECT_EQ(outer.status(), ERR_REENTRANT_IO);
 }
 
-TEST(FormatFailures, FatalReports) {
+TEST_F(FormatFailures, FatalReports) {
   ScratchDir dir;
   auto r = run_in_child([] { FormattedWrite(10, "('abc')").all(1); });
   EXPECT_TRUE(r.aborted());
