@@ -21,10 +21,27 @@ namespace qal {
 // Sign modes of the integer editors.
 enum SignMode : int32_t { SIGN_PLUS = 1, SIGN_SUPPRESS = 2, SIGN_UNSIGNED = 3 };
 
+// Rounding modes of the real editors, in the order of the statement's
+// round field: RU, RD, RZ, RN, RC, RP.
+enum RoundMode : int32_t {
+  ROUND_UP = 1,
+  ROUND_DOWN = 2,
+  ROUND_ZERO = 3,
+  ROUND_NEAREST = 4,
+  ROUND_COMPATIBLE = 5,
+  ROUND_PROCESSOR_DEFINED = 6
+};
+
 struct FieldWriter {
   int32_t radix = 10;                 // from nR; digits above 9 are letters
   int32_t sign_mode = SIGN_SUPPRESS;  // SP, SS (or S), SU
   bool f77 = false;                   // the old dialect's rules for w = 0
+  // The real editors' modes: kP, the decimal separator (DC, DP), the
+  // rounding mode, and whether a G editor is choosing F editing.
+  int32_t scale_factor = 0;
+  char separator = '.';
+  int32_t round = ROUND_PROCESSOR_DEFINED;
+  bool g_editing = false;
   // Reserve `size` bytes of the current record and return where they
   // start, or null with *err set (1072 for a negative size).
   char* (*allocate_field)(void* record, int64_t size, int* err) = nullptr;

@@ -340,7 +340,12 @@ FieldWriter field_writer(P& p) {
   FieldWriter f;
   f.radix = p.stmt->radix;
   f.sign_mode = p.stmt->sign_mode;
-  f.f77 = (p.stmt->stmt_flags & SF_F77_WRITE) != 0;
+  const uint32_t flags = p.stmt->stmt_flags;
+  f.f77 = (flags & SF_F77_WRITE) != 0;
+  f.scale_factor = p.stmt->scale_factor;
+  f.separator = (flags & SF_DECIMAL) == SF_DECIMAL_COMMA ? ',' : '.';
+  const int32_t round = static_cast<int32_t>((flags & SF_ROUND) / SF_ROUND_UP);
+  f.round = round >= ROUND_UP && round <= ROUND_PROCESSOR_DEFINED ? round : ROUND_PROCESSOR_DEFINED;
   f.allocate_field = allocate_for_editor<P>;
   f.record = &p;
   return f;
