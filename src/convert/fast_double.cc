@@ -113,7 +113,7 @@ bool fixed_form(double x, int n, DecimalRecord* rec, unsigned* exceptions) {
   if (n >= 50) return false;
   double y;
   int status;
-  scale(x, n, &y, &status);
+  if (!scale(x, n, &y, &status)) return false;
   // Above this the upper part of the digit split would not fit 32 bits.
   constexpr double kLargest = 2147483647999999744.0;
   if (y > kLargest) return false;
