@@ -4,6 +4,7 @@
 
 #include "qal/abi.h"
 #include "qal/connect.h"
+#include "qal/convert.h"
 #include "qal/diagnostics.h"
 #include "qal/errors.h"
 #include "qal/format.h"
