@@ -19,6 +19,7 @@
 
 #include "format/format_walker.h"
 #include "formatted/output_edit.h"
+#include "formatted/real_front.h"
 #include "qal/errors.h"
 
 namespace qal {
@@ -56,9 +57,18 @@ struct Descriptor {
   enum Kind { A, B, I, O, Z, L, G, Real, None } kind;
   bool bare;  // no w
   int32_t w, m;
+  const int32_t* op = nullptr;  // for the real editors, which read it whole
 };
 
+inline Descriptor describe_op(const int32_t* op);
+
 inline Descriptor describe(const int32_t* op) {
+  Descriptor d = describe_op(op);
+  d.op = op;
+  return d;
+}
+
+inline Descriptor describe_op(const int32_t* op) {
   switch (op[0]) {
     case FMT_A:
       return {Descriptor::A, true, 0, 0};
@@ -108,10 +118,6 @@ inline int32_t bare_b_width(int64_t size) { return static_cast<int32_t>(8 * size
 inline int32_t bare_ioz_width(int64_t size) {
   return size <= 2 ? 7 : size == 4 ? 12 : size == 8 ? 23 : 44;
 }
-
-// The real editors are not part of this build yet: every real descriptor
-// is refused as a mismatch until they are.
-inline int edit_real(FieldWriter&) { return ERR_EDIT_TYPE_MISMATCH; }
 
 // 1- and 2-byte values widen to 4 bytes by their sign.
 template <class T>
@@ -207,7 +213,14 @@ int edit(FieldWriter& f, const Descriptor& d, const IntegerItem<T>& item) {
     return edit_integer(f, Descriptor::I, d.bare ? bare_ioz_width(sizeof(T)) : d.w, 1, item.value);
   if (is_integer_kind(d.kind))
     return edit_integer(f, d.kind, d.bare ? bare_width(d.kind, sizeof(T)) : d.w, d.m, item.value);
-  if (d.kind == Descriptor::Real) return edit_real(f);
+  if (d.kind == Descriptor::Real) {
+    // The bits as a real of the same size; one or two bytes are the low
+    // end of a REAL*16.
+    if constexpr (sizeof(T) >= 4) return edit_real(f, d.op, &item.value, sizeof(T));
+    unsigned char quad[16] = {};
+    memcpy(quad, &item.value, sizeof(T));
+    return edit_real(f, d.op, quad, 16);
+  }
   return ERR_EDIT_TYPE_MISMATCH;
 }
 
@@ -232,7 +245,7 @@ int edit(FieldWriter& f, const Descriptor& d, const RealItem<N>& item) {
   if (d.kind == Descriptor::A) return d.bare ? wrt_a(f, bytes, N) : wrt_aw(f, d.w, bytes, N);
   if (is_integer_kind(d.kind))
     return edit_numeric_bytes(f, d.kind, d.bare ? bare_width(d.kind, N) : d.w, d.m, bytes, N);
-  if (d.kind == Descriptor::Real || d.kind == Descriptor::G) return edit_real(f);
+  if (d.kind == Descriptor::Real || d.kind == Descriptor::G) return edit_real(f, d.op, bytes, N);
   return ERR_EDIT_TYPE_MISMATCH;
 }
 
@@ -287,7 +300,12 @@ inline int edit_f77(FieldWriter& f, const int32_t* op, const void* address, int6
   const int32_t code = op[0];
   if (code == FMT_A) return wrt_a(f, bytes, size);
   if (code == FMT_A_W) return wrt_aw(f, op[1], bytes, size);
-  if (code >= FMT_D && code <= FMT_G_W_D_E) return edit_real(f);
+  if (code >= FMT_D && code <= FMT_G_W_D_E) {
+    if (size == 4 || size == 8) return edit_real(f, op, bytes, static_cast<int>(size));
+    unsigned char quad[16] = {};
+    memcpy(quad, bytes, static_cast<size_t>(size < 16 ? size : 16));
+    return edit_real(f, op, quad, 16);
+  }
   const Descriptor d = describe(op);
   if (d.kind == Descriptor::I || d.kind == Descriptor::O || d.kind == Descriptor::Z) {
     const int32_t w = d.bare ? bare_ioz_width(size) : d.w;
