@@ -170,8 +170,17 @@ int store_digits(u128 v, int width, char* out) {
 bool wide_scaled(u128 mant, int e, int s, u128* y, Rest* rest) {
   if (s < -kWidePowerLimit || s > kWidePowerLimit) return false;
   // A value that is a power of two times an integer: exact in shifts.
-  if (s < 0 && -s < static_cast<int>(kPow5.size()) && mant % kPow5[-s] == 0)
-    return dyadic(mant / kPow5[-s], e + s, y, rest);
+  if (s < 0 && -s < static_cast<int>(kPow5.size())) {
+    const uint64_t five = kPow5[-s];
+    // 64-bit division when the significand allows: 128-bit division is a
+    // library call.
+    if (!(mant >> 64)) {
+      const uint64_t m64 = static_cast<uint64_t>(mant);
+      if (m64 % five == 0) return dyadic(m64 / five, e + s, y, rest);
+    } else if (mant % five == 0) {
+      return dyadic(mant / five, e + s, y, rest);
+    }
+  }
   const WidePower& t = wide_power(s);
   const int shift = 127 - t.exponent - e - s;
   if (shift <= 0) return false;
