@@ -45,6 +45,15 @@ inline bool rounds_up(int rounding, int sign, Rest rest, bool odd) {
 void exact_to_decimal(const Unpacked& u, const DecimalMode* mode, DecimalRecord* rec,
                       unsigned* exceptions);
 
+// floor(mant * 2**e * 10**s) and the class of what is left, through one
+// product with a 128-bit power of five: false when the result does not fit
+// 128 bits, s is beyond the table or the product leaves a doubt.
+bool wide_scaled(unsigned __int128 mant, int e, int s, unsigned __int128* y, Rest* rest);
+
+// The same by exact multi-word arithmetic, for any s the power rows reach;
+// false only when the result does not fit 128 bits.
+bool exact_scaled(unsigned __int128 mant, int e, int s, unsigned __int128* y, Rest* rest);
+
 // The wide path: true when it produced the record.
 bool wide_to_decimal(const Unpacked& u, const DecimalMode* mode, DecimalRecord* rec,
                      unsigned* exceptions);

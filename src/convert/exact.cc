@@ -22,6 +22,8 @@ namespace qal {
 
 namespace {
 
+using u128 = unsigned __int128;
+
 // Largest text of an integer part: 511 requested digits and a guard, plus
 // what the kept words hold below them.
 constexpr int kIntegerText = 600;
@@ -130,7 +132,66 @@ void split(const Unpacked& u, BigFloat* integer, BigFloat* fraction) {
 
 void store_overflow(unsigned* exceptions) { *exceptions |= FPX_OVERFLOW; }
 
+Rest rest_of(char guard, bool sticky) {
+  return guard == '0' && !sticky ? Rest::kZero
+         : guard < '5'           ? Rest::kBelowHalf
+         : guard == '5' && !sticky ? Rest::kHalf
+                                   : Rest::kAboveHalf;
+}
+
+// The integer part of a binary number and the class of its fraction;
+// false when the integer needs more than 128 bits.
+bool integer_and_rest(const BigFloat* z, u128* y, Rest* rest) {
+  *y = 0;
+  *rest = Rest::kZero;
+  const int bits = big_bit_length(z);
+  if (bits == 0) return true;
+  const int e = z->exponent;
+  if (bits + e > 128) return false;
+  auto bit = [&](int i) { return i >= 0 && i < bits && ((z->words[i / 16] >> (i % 16)) & 1); };
+  for (int i = bits - 1; i >= 0 && i + e >= 0; --i) *y = *y << 1 | bit(i);
+  if (e >= 0) {
+    *y <<= e;
+    return true;
+  }
+  bool lower = false;
+  for (int i = 0; i < -e - 1 && i < bits && !lower; ++i) lower = bit(i);
+  const bool half = bit(-e - 1);
+  *rest = half ? (lower ? Rest::kAboveHalf : Rest::kHalf) : lower ? Rest::kBelowHalf : Rest::kZero;
+  return true;
+}
+
 }  // namespace
+
+bool exact_scaled(u128 mant, int e, int s, u128* y, Rest* rest) {
+  if (s >= 0) {
+    LocalBigFloat<> g;
+    big_float_from_bits(g.get(), mant, e);
+    BigFloat* z = times_power(g.get(), 10, s, INT_MAX);
+    const bool ok = integer_and_rest(z, y, rest);
+    release(z, g.get());
+    return ok;
+  }
+  // Dividing by 10**m is cutting m digits off the integer's decimal text.
+  const int m = -s;
+  Unpacked u = {mant, e, 0};
+  LocalBigFloat<> integer, fraction;
+  split(u, integer.get(), fraction.get());
+  const int room = (big_bit_length(integer.get()) + integer->exponent) / 3 + 8;
+  char* text = static_cast<char*>(malloc(sz(room)));
+  if (!text) conversion_abort(ENOMEM);
+  int total = 0;
+  const int n = integer->length ? integer_digits(integer.get(), INT_MAX / 8, text, &total) : 0;
+  const int keep = n - m;
+  bool ok = keep <= 38;
+  *y = 0;
+  for (int i = 0; ok && i < keep; ++i) *y = *y * 10 + static_cast<unsigned>(text[i] - '0');
+  const char guard = keep >= 0 && keep < n ? text[keep] : '0';
+  const bool sticky = fraction->length != 0 || (keep < 0 ? n > 0 : any_nonzero(text + keep + 1, text + n));
+  *rest = rest_of(guard, sticky);
+  free(text);
+  return ok;
+}
 
 void __decimal_round(const DecimalMode* mode, DecimalRecord* rec, unsigned* exceptions, char guard,
                      bool sticky) {

@@ -132,43 +132,6 @@ bool dyadic(u128 q, int k, u128* y, Rest* rest) {
   return true;
 }
 
-// floor(mant * 2**e * 10**s) and the class of the rest, or false.
-bool scaled(u128 mant, int e, int s, u128* y, Rest* rest) {
-  if (s < -kWidePowerLimit || s > kWidePowerLimit) return false;
-  // A value that is a power of two times an integer: exact in shifts.
-  if (s < 0 && -s < static_cast<int>(kPow5.size()) && mant % kPow5[-s] == 0)
-    return dyadic(mant / kPow5[-s], e + s, y, rest);
-  const WidePower& t = wide_power(s);
-  const int shift = 127 - t.exponent - e - s;
-  if (shift <= 0) return false;
-  if (shift > 256) {
-    *y = 0;
-    *rest = Rest::kBelowHalf;
-    return true;
-  }
-  Wide p = multiply(mant, t.hi, t.lo);
-  if (p.any_from(shift + 128)) return false;
-  *y = p.field(shift);
-  const bool exact = s >= 0 && s <= 55;
-  p.clear_from(shift);
-  if (exact) {
-    const bool above = p.bit(shift - 1), low = p.any_below(shift - 1);
-    *rest = above ? (low ? Rest::kAboveHalf : Rest::kHalf) : low ? Rest::kBelowHalf : Rest::kZero;
-    return true;
-  }
-  if (p.bit(shift - 1)) {
-    // F >= 1/2 and F + mant must stay below 1.
-    p.add(mant);
-    if (p.any_from(shift)) return false;
-    *rest = Rest::kAboveHalf;
-    return true;
-  }
-  p.add(mant);
-  if (p.any_from(shift) || (p.bit(shift - 1) && p.any_below(shift - 1))) return false;
-  *rest = Rest::kBelowHalf;
-  return true;
-}
-
 // One more digit into the rest: y / 10 with the digit dropped.
 void drop_digit(u128* y, Rest* rest) {
   const unsigned d = static_cast<unsigned>(*y % 10);
@@ -204,6 +167,51 @@ int store_digits(u128 v, int width, char* out) {
 
 }  // namespace
 
+bool wide_scaled(u128 mant, int e, int s, u128* y, Rest* rest) {
+  if (s < -kWidePowerLimit || s > kWidePowerLimit) return false;
+  // A value that is a power of two times an integer: exact in shifts.
+  if (s < 0 && -s < static_cast<int>(kPow5.size())) {
+    const uint64_t five = kPow5[-s];
+    // 64-bit division when the significand allows: 128-bit division is a
+    // library call.
+    if (!(mant >> 64)) {
+      const uint64_t m64 = static_cast<uint64_t>(mant);
+      if (m64 % five == 0) return dyadic(m64 / five, e + s, y, rest);
+    } else if (mant % five == 0) {
+      return dyadic(mant / five, e + s, y, rest);
+    }
+  }
+  const WidePower& t = wide_power(s);
+  const int shift = 127 - t.exponent - e - s;
+  if (shift <= 0) return false;
+  if (shift > 256) {
+    *y = 0;
+    *rest = Rest::kBelowHalf;
+    return true;
+  }
+  Wide p = multiply(mant, t.hi, t.lo);
+  if (p.any_from(shift + 128)) return false;
+  *y = p.field(shift);
+  const bool exact = s >= 0 && s <= 55;
+  p.clear_from(shift);
+  if (exact) {
+    const bool above = p.bit(shift - 1), low = p.any_below(shift - 1);
+    *rest = above ? (low ? Rest::kAboveHalf : Rest::kHalf) : low ? Rest::kBelowHalf : Rest::kZero;
+    return true;
+  }
+  if (p.bit(shift - 1)) {
+    // F >= 1/2 and F + mant must stay below 1.
+    p.add(mant);
+    if (p.any_from(shift)) return false;
+    *rest = Rest::kAboveHalf;
+    return true;
+  }
+  p.add(mant);
+  if (p.any_from(shift) || (p.bit(shift - 1) && p.any_below(shift - 1))) return false;
+  *rest = Rest::kBelowHalf;
+  return true;
+}
+
 bool wide_to_decimal(const Unpacked& u, const DecimalMode* mode, DecimalRecord* rec,
                      unsigned* exceptions) {
   const int n = mode->ndigits;
@@ -216,7 +224,7 @@ bool wide_to_decimal(const Unpacked& u, const DecimalMode* mode, DecimalRecord* 
     const int bits = bit_length(u.mant) - 1 + u.exponent;
     const int e10 = static_cast<int>((int64_t{bits} * 661971961083LL) >> 41);
     int s = n - 1 - e10;
-    if (!scaled(u.mant, u.exponent, s, &y, &rest)) return false;
+    if (!wide_scaled(u.mant, u.exponent, s, &y, &rest)) return false;
     const u128 upper = pow10(n);
     while (y >= upper) {
       drop_digit(&y, &rest);
@@ -232,7 +240,7 @@ bool wide_to_decimal(const Unpacked& u, const DecimalMode* mode, DecimalRecord* 
     rec->exponent = -s;
   } else {
     if (n < -kWidePowerLimit || n > kWidePowerLimit) return false;
-    if (!scaled(u.mant, u.exponent, n, &y, &rest)) return false;
+    if (!wide_scaled(u.mant, u.exponent, n, &y, &rest)) return false;
     if (rounds_up(mode->rounding, u.sign, rest, y & 1)) {
       if (y == ~u128{0}) return false;
       ++y;

@@ -1,0 +1,304 @@
+// Shortest digits: __f_cvt_real against the free-format digit loop written
+// out step by step with plain multi-word integers (the reference below),
+// and against std::to_chars, which differs only where a candidate lies
+// exactly on the margin.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <charconv>
+#include <vector>
+
+#include "convert/oracle.h"
+
+namespace qal::test {
+namespace {
+
+// A natural number in 32-bit limbs, least significant first.
+struct Nat {
+  std::vector<uint32_t> w;
+
+  static Nat power_of_two(int n) {
+    Nat x;
+    x.w.assign(static_cast<size_t>(n / 32 + 1), 0);
+    x.w.back() = 1u << (n % 32);
+    return x;
+  }
+  static Nat of(unsigned __int128 v) {
+    Nat x;
+    for (; v; v >>= 32) x.w.push_back(static_cast<uint32_t>(v));
+    return x;
+  }
+  void trim() {
+    while (!w.empty() && w.back() == 0) w.pop_back();
+  }
+  Nat& mul(uint32_t m) {
+    uint64_t carry = 0;
+    for (uint32_t& d : w) {
+      carry += static_cast<uint64_t>(d) * m;
+      d = static_cast<uint32_t>(carry);
+      carry >>= 32;
+    }
+    if (carry) w.push_back(static_cast<uint32_t>(carry));
+    return *this;
+  }
+  Nat& shl(int n) {
+    for (; n >= 32; n -= 32) w.insert(w.begin(), 0);
+    if (n) {
+      uint32_t carry = 0;
+      for (uint32_t& d : w) {
+        const uint32_t next = d >> (32 - n);
+        d = d << n | carry;
+        carry = next;
+      }
+      if (carry) w.push_back(carry);
+    }
+    return *this;
+  }
+  friend Nat operator+(Nat a, const Nat& b) {
+    if (a.w.size() < b.w.size()) a.w.resize(b.w.size(), 0);
+    uint64_t carry = 0;
+    for (size_t i = 0; i < a.w.size(); ++i) {
+      carry += a.w[i];
+      if (i < b.w.size()) carry += b.w[i];
+      a.w[i] = static_cast<uint32_t>(carry);
+      carry >>= 32;
+    }
+    if (carry) a.w.push_back(1);
+    return a;
+  }
+  // a - b for a >= b.
+  friend Nat operator-(Nat a, const Nat& b) {
+    int64_t borrow = 0;
+    for (size_t i = 0; i < a.w.size(); ++i) {
+      int64_t t = static_cast<int64_t>(a.w[i]) - borrow - (i < b.w.size() ? b.w[i] : 0);
+      borrow = t < 0;
+      a.w[i] = static_cast<uint32_t>(t + (borrow << 32));
+    }
+    a.trim();
+    return a;
+  }
+  friend int cmp(Nat a, Nat b) {
+    a.trim();
+    b.trim();
+    if (a.w.size() != b.w.size()) return a.w.size() < b.w.size() ? -1 : 1;
+    for (size_t i = a.w.size(); i-- > 0;)
+      if (a.w[i] != b.w[i]) return a.w[i] < b.w[i] ? -1 : 1;
+    return 0;
+  }
+};
+
+struct Shortest {
+  std::string digits;
+  int k;
+  bool operator==(const Shortest&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& os, const Shortest& s) {
+  return os << s.digits << " k " << s.k;
+}
+
+// The loop as described: R/S is the value and M/S half a unit of its last
+// bit; k is the power of ten of the digit being generated.
+Shortest reference(unsigned __int128 mant, int e2) {
+  const int sh = e2 >= 1 ? e2 + 2 : 2;
+  Nat r = Nat::of(mant).shl(sh);
+  Nat m = Nat::power_of_two(sh - 1);
+  Nat s = e2 >= 0 ? Nat::of(4) : Nat::power_of_two(2 - e2);
+  int k = 0;
+  // R below S/10 (rounded up): scale R up.
+  Nat t = s;
+  {
+    uint64_t rem = 0;
+    for (size_t i = t.w.size(); i-- > 0;) {
+      const uint64_t cur = rem << 32 | t.w[i];
+      t.w[i] = static_cast<uint32_t>(cur / 10);
+      rem = cur % 10;
+    }
+    t.trim();
+    if (rem) t = t + Nat::of(1);
+  }
+  // Nine steps at once while they cannot overshoot.
+  constexpr uint32_t kBillion = 1000000000;
+  while (cmp(Nat(r).mul(kBillion), t) < 0) {
+    r.mul(kBillion);
+    k -= 9;
+  }
+  while (cmp(r, t) < 0) {
+    r.mul(10);
+    --k;
+  }
+  for (int i = 0; i < -k / 9; ++i) m.mul(kBillion);
+  for (int i = 0; i < -k % 9; ++i) m.mul(10);
+  t = r + m;
+  while (cmp(t, Nat(s).mul(kBillion)) >= 0) {
+    s.mul(kBillion);
+    k += 9;
+  }
+  while (cmp(t, s) >= 0) {
+    s.mul(10);
+    ++k;
+  }
+  Shortest out{"", 0};
+  for (;;) {
+    --k;
+    r.mul(10);
+    int d = 0;
+    Nat ds = s;
+    while (cmp(r, ds) >= 0) {
+      ++d;
+      ds = ds + s;
+    }
+    r = r - (ds - s);
+    m.mul(10);
+    const bool low = cmp(r, m) < 0;
+    const bool high = cmp(r + m, s) >= 0;  // R at or above S - M
+    if (!low && !high) {
+      out.digits += static_cast<char>('0' + d);
+      continue;
+    }
+    if (low && high) {
+      Nat twice = r + r;
+      if (cmp(twice, s) >= 0) ++d;
+    } else if (high) {
+      ++d;
+    }
+    out.digits += static_cast<char>('0' + d);
+    out.k = k;
+    return out;
+  }
+}
+
+Shortest ours(unsigned __int128 mant, int nbits, int e2) {
+  uint16_t words[8] = {};
+  for (int i = 0; i < 8; ++i) words[i] = static_cast<uint16_t>(mant >> (16 * i));
+  char digits[64];
+  int n = -1, k = 0;
+  __f_cvt_real(words, nbits, e2, 0, digits, &n, &k);
+  return {std::string(digits, static_cast<size_t>(n)), k};
+}
+
+int count_from_environment(int fallback) {
+  const char* v = getenv("QAL_SHORTEST_VALUES");
+  return v ? atoi(v) : scaled_count(fallback);
+}
+
+TEST(ShortestDigits, KnownValues) {
+  struct Row {
+    unsigned __int128 mant;
+    int nbits, e2;
+    const char* digits;
+    int k;
+  } rows[] = {
+      {uint64_t{1} << 52, 53, -52, "1", 0},                      // 1.0
+      {0x152d02c7e14af6ULL, 53, 24, "1", 23},                    // the double just below 1e23
+      {1, 53, -1074, "5", -324},                                 // least subnormal, as stored
+      {uint64_t{1} << 52, 53, -1126, "4940656458412465", -339},  // the same, normalised
+      {0x1999999999999aULL, 53, -56, "1", -1},                   // 0.1
+      {0xcccccd, 24, -27, "1", -1},                              // 0.1f
+      {uint64_t{1} << 52, 53, 1, "9007199254740992", 0},         // 2**53
+      {(static_cast<unsigned __int128>(1) << 112) | 1, 113, -112,
+       "10000000000000000000000000000000002", -34},  // 1 + 2**-112
+  };
+  for (const Row& r : rows) {
+    const Shortest want{r.digits, r.k};
+    EXPECT_EQ(ours(r.mant, r.nbits, r.e2), want) << r.digits;
+    EXPECT_EQ(reference(r.mant, r.e2), want) << r.digits;
+  }
+}
+
+// Random significands of every width, with power-of-two significands and
+// subnormal (unnormalised) ones over-represented.
+TEST(ShortestDigits, SameAsTheDigitLoop) {
+  Operands ops(11);
+  const int count = count_from_environment(150000);
+  for (int i = 0; i < count; ++i) {
+    unsigned __int128 mant;
+    int nbits, e2;
+    switch (ops.below(3)) {
+      case 0:
+        nbits = 24;
+        e2 = ops.below(278) - 149 - 23;
+        break;
+      case 1:
+        nbits = 53;
+        e2 = ops.below(2046) - 1074 - 52;
+        break;
+      default:
+        nbits = 113;
+        e2 = ops.below(i % 16 == 0 ? 32766 : 600) - (i % 16 == 0 ? 16494 : 300) - 112;
+        break;
+    }
+    const unsigned __int128 top = static_cast<unsigned __int128>(1) << (nbits - 1);
+    const unsigned __int128 bits = static_cast<unsigned __int128>(ops.bits()) << 64 | ops.bits();
+    switch (ops.below(6)) {
+      case 0:
+        mant = top;  // a power of two: the lower margin stays as wide
+        break;
+      case 1:
+        mant = (bits & (top - 1)) >> ops.below(nbits);  // subnormal, as stored
+        if (mant == 0) mant = 1;
+        break;
+      default:
+        mant = top | (bits & (top - 1));
+        break;
+    }
+    ASSERT_EQ(ours(mant, nbits, e2), reference(mant, e2))
+        << "nbits " << nbits << " e2 " << e2 << " mant " << static_cast<double>(mant);
+  }
+}
+
+// c * 10**p == y * 2**f, exactly.
+bool same_value(unsigned __int128 c, int p, unsigned __int128 y, int f) {
+  Nat left = Nat::of(c), right = Nat::of(y);
+  for (int i = 0; i < (p > 0 ? p : 0); ++i) left.mul(10);
+  for (int i = 0; i < (p < 0 ? -p : 0); ++i) right.mul(10);
+  left.shl(f < 0 ? -f : 0);
+  right.shl(f > 0 ? f : 0);
+  return cmp(left, right) == 0;
+}
+
+// Where the two choices may differ: a candidate exactly at v - m or v + m
+// (v = mant * 2**e2, m = 2**(e2-1)), or v exactly halfway between two
+// candidates of the same length.
+bool margin_or_tie(const Shortest& a, const Shortest& b, uint64_t mant, int e2) {
+  for (const Shortest* s : {&a, &b})
+    for (int side : {-1, 1})
+      if (same_value(std::stoull(s->digits), s->k, 2 * static_cast<unsigned __int128>(mant) + side,
+                     e2 - 1))
+        return true;
+  if (a.k != b.k) return false;
+  const unsigned __int128 low = std::min(std::stoull(a.digits), std::stoull(b.digits));
+  return same_value(2 * low + 1, a.k, mant, e2 + 1);
+}
+
+// std::to_chars chooses among the same candidates, but its interval ends
+// are in or out by the parity of the significand, and a tie between two
+// candidates goes to the even one where the loop takes the upper.
+TEST(ShortestDigits, SameAsToCharsOffTheMargin) {
+  Operands ops(12);
+  const int count = count_from_environment(2000000) * 4;
+  int differ = 0;
+  for (int i = 0; i < count; ++i) {
+    const double x = __builtin_fabs(std::bit_cast<double>(ops.bits()));
+    if (!__builtin_isfinite(x) || x == 0) continue;
+    const Unpacked u = unpack_double(x);
+    const uint64_t mant = static_cast<uint64_t>(u.mant);
+    if ((mant & (mant - 1)) == 0) continue;  // powers of two have a narrower lower margin there
+    char buf[64];
+    char* end = std::to_chars(buf, buf + sizeof buf, x, std::chars_format::scientific).ptr;
+    *end = '\0';
+    std::string digits;
+    const char* p = buf;
+    for (; *p && *p != 'e'; ++p)
+      if (*p != '.') digits += *p;
+    const Shortest theirs{digits, atoi(p + 1) - static_cast<int>(digits.size()) + 1};
+    const Shortest mine = ours(mant, 53, u.exponent);
+    if (mine == theirs) continue;
+    ++differ;
+    ASSERT_TRUE(margin_or_tie(mine, theirs, mant, u.exponent)) << buf << " vs " << mine;
+  }
+  EXPECT_LT(differ, count / 1000);
+}
+
+}  // namespace
+}  // namespace qal::test
