@@ -20,6 +20,16 @@ QAL_EXPORT int __f90_slw_u8(IoStatementSlw* stmt, uint64_t value);
 QAL_EXPORT int __f90_slw_l1(IoStatementSlw* stmt, int8_t value);
 QAL_EXPORT int __f90_slw_l4(IoStatementSlw* stmt, int32_t value);
 QAL_EXPORT int __f90_slw_l8(IoStatementSlw* stmt, int64_t value);
+/* Reals at their shortest exact digits; REAL*16 by value as two 64-bit
+ * halves of the binary128 image (low first) or by address; complex items
+ * by address. */
+QAL_EXPORT int __f90_slw_r4(IoStatementSlw* stmt, float value);
+QAL_EXPORT int __f90_slw_r8(IoStatementSlw* stmt, double value);
+QAL_EXPORT int __f90_slw_r16(IoStatementSlw* stmt, uint64_t low, uint64_t high);
+QAL_EXPORT int __f90_slw_r16_ref(IoStatementSlw* stmt, const void* value);
+QAL_EXPORT int __f90_slw_c4(IoStatementSlw* stmt, const void* value);
+QAL_EXPORT int __f90_slw_c8(IoStatementSlw* stmt, const void* value);
+QAL_EXPORT int __f90_slw_c16(IoStatementSlw* stmt, const void* value);
 QAL_EXPORT int __f90_eslw(IoStatementSlw* stmt);
 
 /* Internal: the records are the elements of a character variable. */
@@ -32,6 +42,13 @@ QAL_EXPORT int __f90_ilw_u8(IoStatementIl* stmt, uint64_t value);
 QAL_EXPORT int __f90_ilw_l1(IoStatementIl* stmt, int8_t value);
 QAL_EXPORT int __f90_ilw_l4(IoStatementIl* stmt, int32_t value);
 QAL_EXPORT int __f90_ilw_l8(IoStatementIl* stmt, int64_t value);
+QAL_EXPORT int __f90_ilw_r4(IoStatementIl* stmt, float value);
+QAL_EXPORT int __f90_ilw_r8(IoStatementIl* stmt, double value);
+QAL_EXPORT int __f90_ilw_r16(IoStatementIl* stmt, uint64_t low, uint64_t high);
+QAL_EXPORT int __f90_ilw_r16_ref(IoStatementIl* stmt, const void* value);
+QAL_EXPORT int __f90_ilw_c4(IoStatementIl* stmt, const void* value);
+QAL_EXPORT int __f90_ilw_c8(IoStatementIl* stmt, const void* value);
+QAL_EXPORT int __f90_ilw_c16(IoStatementIl* stmt, const void* value);
 QAL_EXPORT int __f90_eilw(IoStatementIl* stmt);
 
 QAL_END_DECLS

@@ -169,6 +169,23 @@ QAL_EXPORT int __f90_ilw_u8(Stmt* s, uint64_t v) { return write_item(s, v); }
 QAL_EXPORT int __f90_ilw_l1(Stmt* s, int8_t v) { return write_item(s, LogicalItem<int8_t>{v}); }
 QAL_EXPORT int __f90_ilw_l4(Stmt* s, int32_t v) { return write_item(s, LogicalItem<int32_t>{v}); }
 QAL_EXPORT int __f90_ilw_l8(Stmt* s, int64_t v) { return write_item(s, LogicalItem<int64_t>{v}); }
+QAL_EXPORT int __f90_ilw_r4(Stmt* s, float v) { return write_item(s, ListReal<4>{&v}); }
+QAL_EXPORT int __f90_ilw_r8(Stmt* s, double v) { return write_item(s, ListReal<8>{&v}); }
+QAL_EXPORT int __f90_ilw_r16(Stmt* s, uint64_t low, uint64_t high) {
+  const uint64_t v[2] = {low, high};
+  return write_item(s, ListReal<16>{v});
+}
+QAL_EXPORT int __f90_ilw_r16_ref(Stmt* s, const void* v) { return write_item(s, ListReal<16>{v}); }
+QAL_EXPORT int __f90_ilw_c4(Stmt* s, const void* v) {
+  return write_complex_parts<4>(v, [s](auto part) { return write_item(s, part); });
+}
+QAL_EXPORT int __f90_ilw_c8(Stmt* s, const void* v) {
+  return write_complex_parts<8>(v, [s](auto part) { return write_item(s, part); });
+}
+QAL_EXPORT int __f90_ilw_c16(Stmt* s, const void* v) {
+  return write_complex_parts<16>(v, [s](auto part) { return write_item(s, part); });
+}
+
 QAL_EXPORT int __f90_eilw(Stmt* s) {
   blank_fill(s);
   return 0;
