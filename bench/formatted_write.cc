@@ -71,6 +71,68 @@ void BM_FormattedFourItems(benchmark::State& state) {
 }
 BENCHMARK(BM_FormattedFourItems)->Iterations(kStatements)->Unit(benchmark::kNanosecond);
 
+// Doubles of every magnitude, as in the peer: v(i) = (i*7919 mod 10**9)
+// times 10**(i mod 41 - 20) divided by 997.
+std::array<double, kValues> real_values() {
+  std::array<double, kValues> a{};
+  for (int i = 1; i <= kValues; ++i)
+    a[i - 1] = static_cast<double>((i * 7919) % 1000000000) * __builtin_pow(10.0, i % 41 - 20) / 997;
+  return a;
+}
+
+constexpr int64_t kRealStatements = 400000;
+
+// WRITE(10,fmt) V(K): one double per statement.
+void write_real(const Format& f, double v) {
+  IoStatementSfw io = {};
+  io.location = &kWhere;
+  io.unit = 10;
+  io.format = f.table;
+  io.format_counters = f.counters;
+  __f90_ssfw(&io);
+  __f90_sfw_r8(&io, v);
+  __f90_esfw(&io);
+}
+
+void formatted_reals(benchmark::State& state, const char* text) {
+  const auto a = real_values();
+  const Format f(text);
+  write_real(f, a[0]);
+  int k = 0;
+  for (auto _ : state) {
+    write_real(f, a[k]);
+    k = (k + 1) % kValues;
+  }
+}
+void BM_ES25_16E3(benchmark::State& state) { formatted_reals(state, "(ES25.16E3)"); }
+void BM_F25_10(benchmark::State& state) { formatted_reals(state, "(F25.10)"); }
+void BM_G25_16(benchmark::State& state) { formatted_reals(state, "(G25.16)"); }
+void BM_E15_7(benchmark::State& state) { formatted_reals(state, "(E15.7)"); }
+BENCHMARK(BM_ES25_16E3)->Iterations(kRealStatements)->Unit(benchmark::kNanosecond);
+BENCHMARK(BM_F25_10)->Iterations(kRealStatements)->Unit(benchmark::kNanosecond);
+BENCHMARK(BM_G25_16)->Iterations(kRealStatements)->Unit(benchmark::kNanosecond);
+BENCHMARK(BM_E15_7)->Iterations(kRealStatements)->Unit(benchmark::kNanosecond);
+
+// WRITE(10,*) V(K)
+void BM_ListReal(benchmark::State& state) {
+  const auto a = real_values();
+  const auto one = [](double v) {
+    IoStatementSlw io = {};
+    io.location = &kWhere;
+    io.unit = 10;
+    __f90_sslw(&io);
+    __f90_slw_r8(&io, v);
+    __f90_eslw(&io);
+  };
+  one(a[0]);
+  int k = 0;
+  for (auto _ : state) {
+    one(a[k]);
+    k = (k + 1) % kValues;
+  }
+}
+BENCHMARK(BM_ListReal)->Iterations(kRealStatements)->Unit(benchmark::kNanosecond);
+
 }  // namespace
 
 BENCHMARK_MAIN();

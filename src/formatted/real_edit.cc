@@ -25,7 +25,12 @@ struct Cursor {
     at += n;
   }
   void take(int64_t n) {
-    for (; n > 0; --n) *at++ = *digits ? *digits++ : '0';
+    if (n <= 0) return;
+    const size_t have = strnlen(digits, static_cast<size_t>(n));
+    memcpy(at, digits, have);
+    digits += have;
+    memset(at + have, '0', static_cast<size_t>(n) - have);
+    at += n;
   }
   void text(const char* s, int64_t n) {
     memcpy(at, s, static_cast<size_t>(n));

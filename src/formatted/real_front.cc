@@ -4,7 +4,6 @@
 // magnitude as an integer, which is what the next representable value is.
 #include "formatted/real_front.h"
 
-#include <fenv.h>
 #include <math.h>
 #include <string.h>
 
@@ -27,8 +26,8 @@ constexpr int32_t kMaxSignificant = 511;
 constexpr int32_t kMaxFractional = 1055;
 
 // The current direction of the processor as a DecimalMode rounding value:
-// the x87 and SSE direction codes are the fegetround values shifted.
-int current_direction() { return (fegetround() >> 10) & 3; }
+// the SSE control register holds it in bits 13 and 14, in the same code.
+int current_direction() { return (__builtin_ia32_stmxcsr() >> 13) & 3; }
 
 // A value of N bytes: its image as an integer and its fields.
 template <int N>
