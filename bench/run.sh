@@ -19,6 +19,7 @@ list_statements=4000    # of 1000 items each
 single_statements=1000000
 ten_statements=400000   # of 10 scalar items each
 four_statements=1000000 # WRITE(10,'(4I12)'), 4 items each
+real_statements=400000  # one double each, formatted or list-directed
 
 echo "== building (Release, $build)" >&2
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DQAL_BENCH=ON \
@@ -27,7 +28,7 @@ cmake --build "$build" -j2 -- -j2 >/dev/null
 
 peers="$build/bench/peers"
 mkdir -p "$peers"
-for p in list_items ten_items one_item_statement formatted_items hello; do
+for p in list_items ten_items one_item_statement formatted_items formatted_reals hello; do
   gfortran -O2 "$here/peers/$p.f90" -o "$peers/$p"
 done
 
@@ -58,9 +59,9 @@ ours() {  # ours BENCHMARK ITEMS RECORDS [BINARY]
     awk -F, -v per="$2" 'NR > 1 { printf "%.3f\n", $3 / per }'
   check_records "$1" "$3"
 }
-peer() {  # peer PROGRAM STATEMENTS
+peer() {  # peer PROGRAM STATEMENTS [FORMAT]
   rm -f fort.10
-  "$peers/$1" "$2"
+  if (($# > 2)); then "$peers/$1" "$3" "$2"; else "$peers/$1" "$2"; fi
   check_records "$1" $(($2 + 1))
 }
 median() {  # median "x y z ..."
@@ -103,6 +104,19 @@ for ((k = 1; k <= reps; ++k)); do
   add stmt "$c" "$d"
   add ten "$e" "$f"
   add four "$g" "$h"
+  for r in ES25_16E3:'(ES25.16E3)' F25_10:'(F25.10)' G25_16:'(G25.16)' E15_7:'(E15.7)' \
+    ListReal:'*'; do
+    name=${r%%:*}
+    fmt=${r#*:}
+    if ((k % 2)); then
+      x=$(ours "BM_$name" 1 $((real_statements + 1)) "$formatted")
+      y=$(peer formatted_reals $real_statements "$fmt")
+    else
+      y=$(peer formatted_reals $real_statements "$fmt")
+      x=$(ours "BM_$name" 1 $((real_statements + 1)) "$formatted")
+    fi
+    add "$name" "$x" "$y"
+  done
 
   declare -A t=()
   while read -r name ns; do t[$name]=$ns; done < <(
@@ -141,6 +155,11 @@ row ten 'WRITE(10,*) of 10 scalar integers, per item' 'gfortran -O2' 6
 row items 'WRITE(10,*) (A(I),I=1,1000), per item' 'gfortran -O2 (one array transfer)' 6
 row stmt 'WRITE(10,*) I, per statement' 'gfortran -O2' 4
 row four "WRITE(10,'(4I12)') of 4 scalar integers, per item" 'gfortran -O2' 8
+row ES25_16E3 "WRITE(10,'(ES25.16E3)') of a double, per value" 'gfortran -O2' 7
+row F25_10 "WRITE(10,'(F25.10)') of a double, per value" 'gfortran -O2' 7
+row G25_16 "WRITE(10,'(G25.16)') of a double, per value" 'gfortran -O2' 7
+row E15_7 "WRITE(10,'(E15.7)') of a double, per value" 'gfortran -O2' 7
+row ListReal 'WRITE(10,*) of a double, per value' 'gfortran -O2' 6
 row empty 'start-up: empty main linked with libqal, per exec' 'plain C, empty main' 0.91
 row hello 'start-up: PRINT * hello via libqal, per exec' 'plain C, fputs hello' 0.91
 row gfhello 'start-up: PRINT * hello via libqal, per exec' 'gfortran hello' -
