@@ -32,6 +32,16 @@ QAL_EXPORT int __f90_slw_c8(IoStatementSlw* stmt, const void* value);
 QAL_EXPORT int __f90_slw_c16(IoStatementSlw* stmt, const void* value);
 QAL_EXPORT int __f90_eslw(IoStatementSlw* stmt);
 
+/* Rough floor(log10 |x|) from the bits, and the width the old dialect's
+ * list-directed and namelist output gives a real (REAL*16 by address for
+ * the estimate, by value as two 64-bit halves, low first, for the width). */
+QAL_EXPORT int32_t __f90_silog(const float* x);
+QAL_EXPORT int32_t __f90_ilog(double x);
+QAL_EXPORT int32_t __f90_qilog(const void* x);
+QAL_EXPORT int32_t __f90_width_f77compat(const float* x);
+QAL_EXPORT int32_t __f90_dwidth_f77compat(double x);
+QAL_EXPORT int32_t __f90_qwidth_f77compat(uint64_t low, uint64_t high);
+
 /* Internal: the records are the elements of a character variable. */
 QAL_EXPORT int __f90_silw(IoStatementIl* stmt);
 QAL_EXPORT int __f90_ilw_ch(IoStatementIl* stmt, const char* text, int64_t length);

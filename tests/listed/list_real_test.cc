@@ -144,3 +144,30 @@ TEST(ListReal, ExternalUnitSeparatesAndWraps) {
   ASSERT_EQ(__f90_eslw(&s), 0);
   EXPECT_EQ(testing::internal::GetCapturedStdout(), " 1.0E-5 (0.5, 2.0) -3.0\n");
 }
+
+TEST(ListReal, EstimatesAndOldWidths) {
+  // The estimate is floor(log10) away from the decade boundaries; near
+  // them it may be one off, by design.
+  const float f[] = {1.0f, 2.0f, 150.0f, 0.5f, 3.0e7f};
+  const int32_t f_log[] = {0, 0, 2, -1, 7};
+  for (size_t i = 0; i < std::size(f); ++i) EXPECT_EQ(__f90_silog(&f[i]), f_log[i]) << f[i];
+  EXPECT_EQ(__f90_ilog(1.0), 0);
+  EXPECT_EQ(__f90_ilog(2.5e10), 10);
+  EXPECT_EQ(__f90_ilog(-3.0e-5), -5);
+  const __float128 q = 4.0e40Q;
+  EXPECT_EQ(__f90_qilog(&q), 40);
+  const float zero = 0.0f, small = 12.0f, big = 1.0e8f, tiny = 1.0e-3f;
+  EXPECT_EQ(__f90_width_f77compat(&zero), 10);
+  EXPECT_EQ(__f90_width_f77compat(&small), 10);
+  EXPECT_EQ(__f90_width_f77compat(&big), 14);
+  EXPECT_EQ(__f90_width_f77compat(&tiny), 14);  // a negative estimate counts as huge
+  EXPECT_EQ(__f90_dwidth_f77compat(-0.0), 18);
+  EXPECT_EQ(__f90_dwidth_f77compat(1.0e14), 18);
+  EXPECT_EQ(__f90_dwidth_f77compat(1.0e16), 22);
+  uint64_t h[2];
+  memcpy(h, &q, 16);
+  EXPECT_EQ(__f90_qwidth_f77compat(h[0], h[1]), 44);
+  const __float128 one = 1;
+  memcpy(h, &one, 16);
+  EXPECT_EQ(__f90_qwidth_f77compat(h[0], h[1]), 39);
+}

@@ -1,0 +1,73 @@
+// Estimates of floor(log10 |x|) read off the bits, and the field widths the
+// old dialect gives a real in list-directed and namelist output.  The
+// estimates are deliberately rough: the exponent scaled by log10(2) in
+// fixed point, with a few fraction bits to round the boundaries.
+#include <string.h>
+
+#include "qal/listed.h"
+
+namespace qal {
+
+namespace {
+
+// The sign and exponent word of a binary128 image, and its fraction's top byte.
+struct QuadTop {
+  int biased;
+  int fraction_byte;
+};
+
+QuadTop quad_top(const void* value) {
+  uint32_t words[4];
+  memcpy(words, value, 16);
+  return {static_cast<int>((words[3] >> 16) & 0x7fff), static_cast<int>((words[3] >> 8) & 0xff)};
+}
+
+int32_t width_by(bool zero, int32_t estimate, uint32_t below, int32_t narrow, int32_t wide) {
+  if (zero) return narrow;
+  return static_cast<uint32_t>(estimate) < below ? narrow : wide;
+}
+
+}  // namespace
+
+extern "C" {
+
+QAL_EXPORT int32_t __f90_silog(const float* x) {
+  uint32_t bits;
+  memcpy(&bits, x, 4);
+  const int32_t t = static_cast<int32_t>((bits & 0x7fffffff) - 0x3f800000) >> 11;
+  return (t * 1233) >> 24;
+}
+
+QAL_EXPORT int32_t __f90_ilog(double x) {
+  uint64_t bits;
+  memcpy(&bits, &x, 8);
+  const int32_t biased = static_cast<int32_t>((bits >> 52) & 0x7ff);
+  const int32_t t = (biased - 1023) * 256 + static_cast<int32_t>((bits >> 44) & 0xff);
+  return (t * 1233) >> 20;
+}
+
+QAL_EXPORT int32_t __f90_qilog(const void* x) {
+  const QuadTop q = quad_top(x);
+  const int32_t t = (q.biased - 16383) * 256 + q.fraction_byte;
+  return (t * 77 + (t >> 4)) >> 16;
+}
+
+QAL_EXPORT int32_t __f90_width_f77compat(const float* x) {
+  uint32_t bits;
+  memcpy(&bits, x, 4);
+  return width_by((bits & 0x7fffffff) == 0, __f90_silog(x), 7, 10, 14);
+}
+
+QAL_EXPORT int32_t __f90_dwidth_f77compat(double x) {
+  return width_by(x == 0, __f90_ilog(x), 15, 18, 22);
+}
+
+QAL_EXPORT int32_t __f90_qwidth_f77compat(uint64_t low, uint64_t high) {
+  const uint64_t v[2] = {low, high};
+  const bool zero = low == 0 && (high & 0x7fffffffffffffff) == 0;
+  return width_by(zero, __f90_qilog(v), 36, 39, 44);
+}
+
+}  // extern "C"
+
+}  // namespace qal
