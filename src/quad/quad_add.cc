@@ -39,11 +39,41 @@ u128 add_special(u128 x, u128 y, u128 flip) {
   return mx == kInfinity ? x : y;
 }
 
+}  // namespace
+
+[[gnu::always_inline]] inline void mag_add(QuadImage* result, const QuadImage* big,
+                                           const QuadImage* small, uint32_t sign, uint32_t mode) {
+  // Leading bit of big on 126, so that the sum has room for its carry.
+  const Aligned v = align<126>(big, small);
+  const u128 sum = v.big + v.small;
+  const bool carry = (sum >> 127) != 0;
+  const u128 sig = carry ? sum : sum << 1;
+  store(result, round_pack_quad(sign_of(sign), v.exp_big - !carry, sig, mode));
+}
+
+[[gnu::always_inline]] inline void mag_sub(QuadImage* result, const QuadImage* big,
+                                           const QuadImage* small, uint32_t sign, uint32_t mode) {
+  const Aligned v = align<127>(big, small);
+  const u128 diff = v.big - v.small;
+  if (diff == 0) {
+    store(result, mode == kDown ? kSign : 0);
+    return;
+  }
+  // Normalise, but not below exponent 1: what remains there is subnormal,
+  // and then exact.
+  const int32_t shift = std::min(clz128(diff), v.exp_big - 1);
+  store(result, round_pack_quad(sign_of(sign), v.exp_big - 1 - shift, diff << shift, mode));
+}
+
+namespace {
+
 // a + b, or a - b when flip is the sign bit: the operands are ordered by
 // magnitude (the first stays big on equality) and the magnitudes added or
 // subtracted under the sign of big.
 [[gnu::always_inline]] inline void add_signed(QuadImage* result, const QuadImage* a,
                                               const QuadImage* b, u128 flip) {
+  // The control register is slow to read: start early.
+  const uint32_t mode = rounding_mode();
   const u128 x = load(a), y = load(b) ^ flip;
   const u128 mx = x & kMagnitude, my = y & kMagnitude;
   const bool swap = my > mx;
@@ -55,35 +85,12 @@ u128 add_special(u128 x, u128 y, u128 flip) {
   const QuadImage* small = swap ? a : b;
   const uint32_t sign = uint32_t((swap ? y : x) >> 96) & 0x80000000u;
   if ((x ^ y) & kSign)
-    mag_sub(result, big, small, sign);
+    mag_sub(result, big, small, sign, mode);
   else
-    mag_add(result, big, small, sign);
+    mag_add(result, big, small, sign, mode);
 }
 
 }  // namespace
-
-void mag_add(QuadImage* result, const QuadImage* big, const QuadImage* small, uint32_t sign) {
-  // Leading bit of big on 126, so that the sum has room for its carry.
-  const Aligned v = align<126>(big, small);
-  const u128 sum = v.big + v.small;
-  const bool carry = (sum >> 127) != 0;
-  const u128 sig = carry ? sum : sum << 1;
-  store(result, round_pack_quad(sign_of(sign), v.exp_big - !carry, sig, rounding_mode()));
-}
-
-void mag_sub(QuadImage* result, const QuadImage* big, const QuadImage* small, uint32_t sign) {
-  const Aligned v = align<127>(big, small);
-  const u128 diff = v.big - v.small;
-  const uint32_t mode = rounding_mode();
-  if (diff == 0) {
-    store(result, mode == kDown ? kSign : 0);
-    return;
-  }
-  // Normalise, but not below exponent 1: what remains there is subnormal,
-  // and then exact.
-  const int32_t shift = std::min(clz128(diff), v.exp_big - 1);
-  store(result, round_pack_quad(sign_of(sign), v.exp_big - 1 - shift, diff << shift, mode));
-}
 
 extern "C" {
 

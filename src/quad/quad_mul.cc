@@ -8,8 +8,9 @@ namespace qal {
 
 namespace {
 
-[[gnu::always_inline]] inline u128 round_pack_product(u128 sign, int32_t exp, u128 sig) {
-  return round_pack<u128, 15, 112, true>(sign, exp, sig, rounding_mode());
+[[gnu::always_inline]] inline u128 round_pack_product(u128 sign, int32_t exp, u128 sig,
+                                                      uint32_t mode) {
+  return round_pack<u128, 15, 112, true>(sign, exp, sig, mode);
 }
 
 // The high 128 bits of a * b, with the low 128 folded into a sticky bit 0.
@@ -67,10 +68,10 @@ struct Product {
     return (mx == 0 || my == 0) ? kDefaultNaN : sign | kInfinity;
   }
   static u128 zero(u128 sign, u128, u128) { return sign; }
-  static u128 finite(u128 sign, u128 sa, int32_t ea, u128 sb, int32_t eb) {
+  static u128 finite(u128 sign, u128 sa, int32_t ea, u128 sb, int32_t eb, uint32_t mode) {
     bool top_bit;
     const u128 sig = multiply_high(sa, sb, top_bit);
-    return round_pack_product(sign, ea + eb - (kBias - 2) - !top_bit, sig);
+    return round_pack_product(sign, ea + eb - (kBias - 2) - !top_bit, sig, mode);
   }
 };
 
@@ -82,7 +83,7 @@ struct Quotient {
   static u128 zero(u128 sign, u128 mx, u128 my) {
     return my != 0 ? sign : mx != 0 ? sign | kInfinity : kDefaultNaN;
   }
-  static u128 finite(u128 sign, u128 sa, int32_t ea, u128 sb, int32_t eb) {
+  static u128 finite(u128 sign, u128 sa, int32_t ea, u128 sb, int32_t eb, uint32_t mode) {
     // Quotient in [2**127, 2**128): halve a when its significand is not
     // below b's (exactly, its low bits are zero) and count that in the
     // exponent.
@@ -91,7 +92,7 @@ struct Quotient {
     const uint64_t q1 = divide_digit(n, sb);
     const uint64_t q0 = divide_digit(n, sb);
     const u128 sig = ((u128{q1} << 64) | q0) | u128{n != 0};
-    return round_pack_product(sign, ea - eb + kBias - 2 + halve, sig);
+    return round_pack_product(sign, ea - eb + kBias - 2 + halve, sig, mode);
   }
 };
 
@@ -100,6 +101,8 @@ struct Quotient {
 template <typename Op>
 [[gnu::always_inline]] inline void multiplicative(QuadImage* result, const QuadImage* a,
                                                   const QuadImage* b) {
+  // The control register is slow to read: start early.
+  const uint32_t mode = rounding_mode();
   const u128 x = load(a), y = load(b);
   const u128 sign = (x ^ y) & kSign;
   const u128 mx = x & kMagnitude, my = y & kMagnitude;
@@ -115,7 +118,7 @@ template <typename Op>
   int32_t ea, eb;
   unpack(mx, sa, ea);
   unpack(my, sb, eb);
-  store(result, Op::finite(sign, sa, ea, sb, eb));
+  store(result, Op::finite(sign, sa, ea, sb, eb, mode));
 }
 
 }  // namespace

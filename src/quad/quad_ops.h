@@ -142,9 +142,4 @@ template <typename U, int kExpBits, int kFracBits, bool kTinyRaises>
   }
 }
 
-// The magnitude steps of addition and subtraction: |big| >= |small|, the
-// result takes `sign` (0 or 0x80000000, the sign word of the result).
-void mag_add(QuadImage* result, const QuadImage* big, const QuadImage* small, uint32_t sign);
-void mag_sub(QuadImage* result, const QuadImage* big, const QuadImage* small, uint32_t sign);
-
 }  // namespace qal

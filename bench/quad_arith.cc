@@ -1,0 +1,160 @@
+// Binary128 add, subtract, multiply and divide: our _Q routines beside the
+// compiler's __float128 operators (calls into libgcc's soft-float code), on
+// the same operands in the same run.
+//
+// Independent: c[i] = a[i] op b[i] over arrays of 1024 random normal
+// values, so that calls can overlap and the figure is the cost of one
+// operation in a stream.  Chained: x = x op b[i], each operation waiting for
+// the one before, so the figure is its latency.  The chained operands keep x
+// in range: addends of either sign and size near x's, factors and divisors
+// in [1/2, 2).
+//
+// Each benchmark reports per_op, nanoseconds per operation;
+// bench/quad_run.sh runs the pairs repeatedly and prints the medians.
+#include <benchmark/benchmark.h>
+#include <string.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "qal/quad.h"
+
+namespace {
+
+using Quad = __float128;
+using namespace qal;
+
+constexpr int kN = 1024;
+
+enum class Op { kAdd, kSub, kMul, kDiv };
+
+QuadImage image(Quad v) {
+  QuadImage q;
+  memcpy(&q, &v, sizeof q);
+  return q;
+}
+
+// Random normal values: a 113-bit significand of random bits, exponent
+// within `spread` binary orders of 1.
+Quad random_value(std::mt19937_64& rng, int spread, bool any_sign) {
+  Quad v = 1.0Q + Quad(rng() >> 11) * 0x1p-53Q + Quad(rng() >> 11) * 0x1p-106Q +
+           Quad(rng() >> 56) * 0x1p-114Q;
+  const int e = spread ? int(rng() % uint64_t(2 * spread + 1)) - spread : 0;
+  for (int i = 0; i < (e < 0 ? -e : e); ++i) v = e < 0 ? v * 0.5Q : v * 2.0Q;
+  return any_sign && (rng() & 1) ? -v : v;
+}
+
+struct Data {
+  std::vector<Quad> a, b, c;
+  std::vector<QuadImage> ia, ib, ic;
+};
+
+Data make_data(Op op, bool chained) {
+  std::mt19937_64 rng(uint64_t(op) * 7919 + chained);
+  Data d;
+  for (int i = 0; i < kN; ++i) {
+    Quad a = random_value(rng, 40, true), b;
+    if (!chained)
+      b = random_value(rng, 40, true);
+    else if (op == Op::kMul || op == Op::kDiv)
+      b = random_value(rng, 0, false) * ((rng() & 1) ? 0.5Q : 1.0Q);
+    else
+      b = random_value(rng, 2, true);
+    d.a.push_back(a);
+    d.b.push_back(b);
+    d.ia.push_back(image(a));
+    d.ib.push_back(image(b));
+  }
+  d.c.resize(kN);
+  d.ic.resize(kN);
+  return d;
+}
+
+template <Op kOp>
+inline Quad peer(Quad a, Quad b) {
+  if constexpr (kOp == Op::kAdd) return a + b;
+  if constexpr (kOp == Op::kSub) return a - b;
+  if constexpr (kOp == Op::kMul) return a * b;
+  if constexpr (kOp == Op::kDiv) return a / b;
+}
+
+template <Op kOp>
+inline void ours(QuadImage* r, const QuadImage* a, const QuadImage* b) {
+  if constexpr (kOp == Op::kAdd) _Qadd(r, a, b);
+  if constexpr (kOp == Op::kSub) _Qsub(r, a, b);
+  if constexpr (kOp == Op::kMul) _Qmul(r, a, b);
+  if constexpr (kOp == Op::kDiv) _Qdiv(r, a, b);
+}
+
+void per_op(benchmark::State& state) {
+  state.counters["per_op"] = benchmark::Counter(
+      kN, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+template <Op kOp>
+void BM_OursIndependent(benchmark::State& state) {
+  Data d = make_data(kOp, false);
+  for (auto _ : state) {
+    for (int i = 0; i < kN; ++i) ours<kOp>(&d.ic[i], &d.ia[i], &d.ib[i]);
+    benchmark::DoNotOptimize(d.ic.data());
+    benchmark::ClobberMemory();
+  }
+  per_op(state);
+}
+
+template <Op kOp>
+void BM_PeerIndependent(benchmark::State& state) {
+  Data d = make_data(kOp, false);
+  for (auto _ : state) {
+    for (int i = 0; i < kN; ++i) d.c[i] = peer<kOp>(d.a[i], d.b[i]);
+    benchmark::DoNotOptimize(d.c.data());
+    benchmark::ClobberMemory();
+  }
+  per_op(state);
+}
+
+template <Op kOp>
+void BM_OursChained(benchmark::State& state) {
+  Data d = make_data(kOp, true);
+  for (auto _ : state) {
+    QuadImage x = d.ia[0];
+    for (int i = 0; i < kN; ++i) ours<kOp>(&x, &x, &d.ib[i]);
+    benchmark::DoNotOptimize(x);
+  }
+  per_op(state);
+}
+
+template <Op kOp>
+void BM_PeerChained(benchmark::State& state) {
+  Data d = make_data(kOp, true);
+  for (auto _ : state) {
+    Quad x = d.a[0];
+    for (int i = 0; i < kN; ++i) x = peer<kOp>(x, d.b[i]);
+    benchmark::DoNotOptimize(x);
+  }
+  per_op(state);
+}
+
+// Ours and the peer one after the other, so that each pair sees the same
+// machine.
+template <Op kOp>
+void register_op(const std::string& name) {
+  benchmark::RegisterBenchmark((name + "Independent/ours").c_str(), BM_OursIndependent<kOp>);
+  benchmark::RegisterBenchmark((name + "Independent/peer").c_str(), BM_PeerIndependent<kOp>);
+  benchmark::RegisterBenchmark((name + "Chained/ours").c_str(), BM_OursChained<kOp>);
+  benchmark::RegisterBenchmark((name + "Chained/peer").c_str(), BM_PeerChained<kOp>);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  register_op<Op::kAdd>("Add");
+  register_op<Op::kSub>("Sub");
+  register_op<Op::kMul>("Mul");
+  register_op<Op::kDiv>("Div");
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}
