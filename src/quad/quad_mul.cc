@@ -88,7 +88,7 @@ struct Quotient {
     // below b's (exactly, its low bits are zero) and count that in the
     // exponent.
     const bool halve = sa >= sb;
-    u128 n = halve ? sa >> 1 : sa;
+    u128 n = sa >> uint32_t{halve};
     const uint64_t q1 = divide_digit(n, sb);
     const uint64_t q0 = divide_digit(n, sb);
     const u128 sig = ((u128{q1} << 64) | q0) | u128{n != 0};
