@@ -43,6 +43,13 @@ struct NamedOp {
   const char* name;
   Binary op;
 };
+// One operation on two operands, described for the failure message.
+struct Row {
+  const char* what;
+  Binary op;
+  QuadImage a, b;
+};
+
 const NamedOp kAllOps[] = {{"add", _Qadd}, {"sub", _Qsub}, {"mul", _Qmul}, {"div", _Qdiv}};
 
 #define EXPECT_IMAGE(got, want) EXPECT_PRED_FORMAT2(image_eq, got, want)
@@ -83,11 +90,6 @@ TEST(QuadEdgeCases, SmallestSubnormalPlusZeroIsUnchanged) {
 
 // Exact zero results: +0 in every direction but down, -0 there.
 TEST(QuadSignedZero, DifferencesOfEqualValues) {
-  struct Row {
-    const char* what;
-    Binary op;
-    QuadImage a, b;
-  };
   const Row rows[] = {{"x - x", _Qsub, kThree, kThree},
                       {"x + (-x)", _Qadd, kThree, neg(kThree)},
                       {"(-x) - (-x)", _Qsub, neg(kThree), neg(kThree)},
@@ -167,11 +169,6 @@ TEST(QuadNaN, NegationFlipsEverySign) {
 }
 
 TEST(QuadNaN, InvalidOperationsGiveTheDefaultNaN) {
-  struct Row {
-    const char* what;
-    Binary op;
-    QuadImage a, b;
-  };
   const Row rows[] = {
       {"inf + -inf", _Qadd, kInf, kNegInf},    {"-inf + inf", _Qadd, kNegInf, kInf},
       {"inf - inf", _Qsub, kInf, kInf},        {"-inf - -inf", _Qsub, kNegInf, kNegInf},
@@ -209,11 +206,6 @@ TEST(QuadInfinity, InfinitiesThatAreNotInvalid) {
 // Overflow gives an infinity in nearest and in the direction away from
 // zero, and the largest finite number in the two others.
 TEST(QuadOverflow, InfinityOrLargestFiniteByDirection) {
-  struct Row {
-    const char* what;
-    Binary op;
-    QuadImage a, b;
-  };
   const Row rows[] = {{"max + max", _Qadd, kMax, kMax},
                       {"max - -max", _Qsub, kMax, kNegMax},
                       {"max * 2", _Qmul, kMax, kTwo},
