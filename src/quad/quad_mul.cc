@@ -22,9 +22,10 @@ namespace {
   const u128 high = p11 + (p01 >> 64) + (p10 >> 64) + (mid >> 64);
   const uint64_t low_mid = uint64_t(mid), low = uint64_t(p00);
   top_bit = (high >> 127) != 0;
-  if (top_bit) return high | u128{(low_mid | low) != 0};
-  // Product below 2**255: one more bit of it belongs to the result.
-  return (high << 1) | (low_mid >> 63) | u128{((low_mid << 1) | low) != 0};
+  // Below 2**255 the product gives one more bit to the result.  As likely
+  // as not, so no branch.
+  const uint32_t shift = !top_bit;
+  return (high << shift) | ((low_mid >> 63) & shift) | u128{((low_mid << shift) | low) != 0};
 }
 
 // One 64-bit digit of (n * 2**64) / d, for n < d and d with its top bit set;
@@ -48,18 +49,16 @@ namespace {
     top = d;
     take = u128{d0 - n0} << 64;
   }
-  u128 r = top - take;
-  if (top < take) {
+  // One correction is common and taken without a branch; a second is rare.
+  const bool negative = top < take;
+  const u128 r = top - take;
+  u128 once = r + (d & -u128{negative});
+  q -= negative;
+  if (negative && once >= r) [[unlikely]] {
     --q;
-    const u128 once = r + d;
-    if (once >= r) {  // no carry: still negative
-      --q;
-      r = once + d;
-    } else {
-      r = once;
-    }
+    once += d;
   }
-  n = r;
+  n = once;
   return q;
 }
 

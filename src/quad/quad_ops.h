@@ -54,16 +54,16 @@ enum Rounding : uint32_t { kNearest = 0, kDown = 1, kUp = 2, kTowardZero = 3 };
   return (csr >> 13) & 3;
 }
 
-// How rounding treats the discarded part of a magnitude, by direction and
-// sign: add half a unit and break ties to even, add all but nothing (so any
-// discarded bit carries), or drop it.  Down and up swap for negative values.
-enum Increment : uint8_t { kDrop = 0, kHalf = 1, kAway = 2 };
-inline constexpr Increment kIncrement[4][2] = {
-    {kHalf, kHalf}, {kDrop, kAway}, {kAway, kDrop}, {kDrop, kDrop}};
-
-[[gnu::always_inline]] inline Increment increment(uint32_t mode, bool negative) {
-  return kIncrement[mode][negative];
-}
+// What rounding adds to the discarded part of a magnitude (kExtra bits
+// below the last kept one) before cutting it off, by direction and sign:
+// half a unit in nearest (ties are then made even), all but nothing to
+// round away from zero, nothing to round toward it.  Down and up swap for
+// negative values.
+template <int kExtra>
+inline constexpr uint32_t kRoundingAdd[4][2] = {{1u << (kExtra - 1), 1u << (kExtra - 1)},
+                                                {0, (1u << kExtra) - 1},
+                                                {(1u << kExtra) - 1, 0},
+                                                {0, 0}};
 
 // x >> n with every bit shifted out ORed into bit 0, for any n.
 template <typename U>
@@ -95,21 +95,20 @@ template <typename U, int kExpBits, int kFracBits, bool kTinyRaises>
   constexpr uint32_t kExtraMask = (uint32_t{1} << kExtra) - 1;
   constexpr uint32_t kHalfUnit = uint32_t{1} << (kExtra - 1);
   constexpr int32_t kExpLimit = (1 << kExpBits) - 2;
-  const Increment how = increment(mode, sign != 0);
+  const uint32_t add = kRoundingAdd<kExtra>[mode][sign != 0];
   if (uint32_t(exp) >= uint32_t(kExpLimit)) [[unlikely]] {
     if (exp >= 0) {
       const U infinity = U((U{1} << kExpBits) - 1) << kFracBits;
-      return sign | (how == kDrop ? infinity - 1 : infinity);
+      return sign | (add == 0 ? infinity - 1 : infinity);
     }
     sig = shift_right_jam(sig, uint32_t(-int64_t{exp}));
     exp = 0;
     if (kTinyRaises && (uint32_t(sig) & kExtraMask) != 0) raise_underflow();
   }
   const uint32_t rest = uint32_t(sig) & kExtraMask;
-  const uint32_t add = how == kHalf ? kHalfUnit : how == kAway ? kExtraMask : 0;
   U kept = (sig >> kExtra) + ((rest + add) >> kExtra);
   // A tie in nearest goes to the even neighbour.
-  kept &= ~U(how == kHalf && rest == kHalfUnit);
+  kept &= ~U((rest == kHalfUnit) & (add == kHalfUnit));
   return sign | ((U(uint32_t(exp)) << kFracBits) + kept);
 }
 
