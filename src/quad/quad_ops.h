@@ -65,13 +65,15 @@ inline constexpr uint32_t kRoundingAdd[4][2] = {{1u << (kExtra - 1), 1u << (kExt
                                                 {(1u << kExtra) - 1, 0},
                                                 {0, 0}};
 
-// x >> n with every bit shifted out ORed into bit 0, for any n.
+// x >> n with every bit shifted out ORed into bit 0, for any n.  Without
+// branches (the shift counts of random operands defeat prediction): a count
+// past the width is cut to width - 1, where the top bit and the sticky
+// bit together still say whether x was non-zero.
 template <typename U>
 [[gnu::always_inline]] inline U shift_right_jam(U x, uint32_t n) {
-  constexpr uint32_t kBits = sizeof(U) * 8;
-  if (n == 0) return x;
-  if (n < kBits) return (x >> n) | U((x << (kBits - n)) != 0);
-  return U(x != 0);
+  constexpr uint32_t kLast = sizeof(U) * 8 - 1;
+  const uint32_t m = n < kLast ? n : kLast;
+  return (x >> m) | U((x & ((U{1} << m) - 1)) != 0);
 }
 
 [[gnu::always_inline]] inline int clz128(u128 x) {
