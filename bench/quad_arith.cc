@@ -96,45 +96,43 @@ void per_op(benchmark::State& state) {
       kN, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
-template <Op kOp>
-void BM_OursIndependent(benchmark::State& state) {
+// The two sides: our routines on images through pointers, the compiler's
+// operators on values.
+struct Ours {
+  template <Op kOp>
+  static void step(QuadImage& r, const QuadImage& a, const QuadImage& b) {
+    ours<kOp>(&r, &a, &b);
+  }
+  static std::vector<Row<QuadImage>>& rows(Data& d) { return d.ours; }
+};
+
+struct Peer {
+  template <Op kOp>
+  static void step(Quad& r, const Quad& a, const Quad& b) {
+    r = peer<kOp>(a, b);
+  }
+  static std::vector<Row<Quad>>& rows(Data& d) { return d.peer; }
+};
+
+template <Op kOp, typename Side>
+void BM_Independent(benchmark::State& state) {
   Data d = make_data(kOp, false);
+  auto& rows = Side::rows(d);
   for (auto _ : state) {
-    for (auto& r : d.ours) ours<kOp>(&r.c, &r.a, &r.b);
-    benchmark::DoNotOptimize(d.ours.data());
+    for (auto& r : rows) Side::template step<kOp>(r.c, r.a, r.b);
+    benchmark::DoNotOptimize(rows.data());
     benchmark::ClobberMemory();
   }
   per_op(state);
 }
 
-template <Op kOp>
-void BM_PeerIndependent(benchmark::State& state) {
-  Data d = make_data(kOp, false);
-  for (auto _ : state) {
-    for (auto& r : d.peer) r.c = peer<kOp>(r.a, r.b);
-    benchmark::DoNotOptimize(d.peer.data());
-    benchmark::ClobberMemory();
-  }
-  per_op(state);
-}
-
-template <Op kOp>
-void BM_OursChained(benchmark::State& state) {
+template <Op kOp, typename Side>
+void BM_Chained(benchmark::State& state) {
   Data d = make_data(kOp, true);
+  auto& rows = Side::rows(d);
   for (auto _ : state) {
-    QuadImage x = d.ours[0].a;
-    for (const auto& r : d.ours) ours<kOp>(&x, &x, &r.b);
-    benchmark::DoNotOptimize(x);
-  }
-  per_op(state);
-}
-
-template <Op kOp>
-void BM_PeerChained(benchmark::State& state) {
-  Data d = make_data(kOp, true);
-  for (auto _ : state) {
-    Quad x = d.peer[0].a;
-    for (const auto& r : d.peer) x = peer<kOp>(x, r.b);
+    auto x = rows[0].a;
+    for (const auto& r : rows) Side::template step<kOp>(x, x, r.b);
     benchmark::DoNotOptimize(x);
   }
   per_op(state);
@@ -144,10 +142,10 @@ void BM_PeerChained(benchmark::State& state) {
 // machine.
 template <Op kOp>
 void register_op(const std::string& name) {
-  benchmark::RegisterBenchmark((name + "Independent/ours").c_str(), BM_OursIndependent<kOp>);
-  benchmark::RegisterBenchmark((name + "Independent/peer").c_str(), BM_PeerIndependent<kOp>);
-  benchmark::RegisterBenchmark((name + "Chained/ours").c_str(), BM_OursChained<kOp>);
-  benchmark::RegisterBenchmark((name + "Chained/peer").c_str(), BM_PeerChained<kOp>);
+  benchmark::RegisterBenchmark((name + "Independent/ours").c_str(), BM_Independent<kOp, Ours>);
+  benchmark::RegisterBenchmark((name + "Independent/peer").c_str(), BM_Independent<kOp, Peer>);
+  benchmark::RegisterBenchmark((name + "Chained/ours").c_str(), BM_Chained<kOp, Ours>);
+  benchmark::RegisterBenchmark((name + "Chained/peer").c_str(), BM_Chained<kOp, Peer>);
 }
 
 }  // namespace
