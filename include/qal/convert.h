@@ -24,6 +24,7 @@
 #define QAL_CONVERT_H
 
 #include "qal/abi.h"
+#include "qal/quad.h"
 
 QAL_BEGIN_DECLS
 
@@ -139,11 +140,8 @@ QAL_EXPORT void quadruple2ldouble(const uint32_t from[4], uint32_t to[3]);
 QAL_EXPORT void __f_cvt_real(const uint16_t* mant, int nbits, int e2, int narrow, char* digits,
                              int* ndigits, int* k);
 
-/* a*b and a/b in double precision, in the current direction; *status is 1
- * when this one operation raised any exception flag, else 0.  Flags raised
- * before stay raised. */
-QAL_EXPORT double __mul_set(int* status, double a, double b);
-QAL_EXPORT double __div_set(int* status, double a, double b);
+/* __mul_set and __div_set, the graded double operations of the fast path,
+ * are declared with the quad arithmetic in qal/quad.h. */
 
 QAL_END_DECLS
 

@@ -12,6 +12,7 @@
 #include "qal/listed.h"
 #include "qal/location.h"
 #include "qal/program.h"
+#include "qal/quad.h"
 #include "qal/statement.h"
 #include "qal/unit.h"
 
