@@ -19,14 +19,14 @@ void check_paths(const Unpacked& u, const DecimalMode& mode, const Digits& want,
   DecimalRecord rec;
   unsigned ex = 0;
   rec.sign = u.sign;
-  exact_to_decimal(u, &mode, &rec, &ex);
+  _unpacked_to_decimal_two(u, &mode, &rec, &ex);
   ASSERT_EQ(record_digits(rec), want) << "exact path: " << what;
   ex = 0;
   if (wide_to_decimal(u, &mode, &rec, &ex)) {
     ++use->wide;
     ASSERT_EQ(record_digits(rec), want) << "wide path: " << what;
   }
-  if (fast_ok && fast_double_to_decimal(magnitude, &mode, &rec, &ex)) {
+  if (fast_ok && __k_double_to_decimal(magnitude, &mode, &rec, &ex)) {
     ++use->fast;
     ASSERT_EQ(record_digits(rec), want) << "fast path: " << what;
   }
@@ -126,7 +126,7 @@ TEST(DecimalOracle, DoubleFixedFormLeftOfThePoint) {
     DecimalRecord exact;
     unsigned ex2 = 0;
     exact.sign = x < 0;
-    exact_to_decimal(unpack_double(x), &mode, &exact, &ex2);
+    _unpacked_to_decimal_two(unpack_double(x), &mode, &exact, &ex2);
     ASSERT_EQ(std::string(exact.digits), want) << "exact path: " << describe(x, mode);
     ASSERT_EQ(ex2, ex);
   }
