@@ -241,6 +241,28 @@ TEST(DecimalOracle, QuadFixedFormInEveryDirection) {
   }
 }
 
+// The smallest quads need more than 5120 powers of ten to bring 511
+// significant digits above the point: two multiplications of the exact path.
+TEST(DecimalOracle, SmallestQuadsToTheLastDigit) {
+  const __float128 values[] = {nextafterq(0, 1), scalbnq(1, -16400) / 3, scalbnq(1, -16450) / 7,
+                               scalbnq(0.75Q, -16382)};
+  for (const __float128 q : values) {
+    for (int rounding = 0; rounding < 4; ++rounding) {
+      for (const int n : {1, 34, 160, 511}) {
+        DecimalMode mode = {rounding, DECIMAL_FLOATING, n};
+        uint32_t w[4];
+        quad_words(q, w);
+        DecimalRecord rec;
+        unsigned ex;
+        x86_quadruple_to_decimal(w, &mode, &rec, &ex);
+        ASSERT_EQ(record_digits(rec), quad_e(rounding, q, n)) << n << " " << rounding;
+        ASSERT_EQ(ex, static_cast<unsigned>(FPX_INEXACT));
+        ASSERT_EQ(rec.fp_class, FPC_SUBNORMAL);
+      }
+    }
+  }
+}
+
 // Requests of 512 digits or more cannot be met: the word says 8 and
 // nothing else.
 TEST(DecimalOracle, TooManyDigitsSetOverflow) {
