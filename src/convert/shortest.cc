@@ -8,7 +8,8 @@
 //   (v - m, v + m]        lower end open, upper end closed,
 //
 // and then emits the neighbour of v inside it, the nearer one when both
-// are, the upper one on a tie.  With a = v - m and b = v + m, the numbers
+// are, the upper one on a tie.  (A narrow margin moves the lower end to
+// v - m/2.)  With a = v - m and b = v + m, the numbers
 // c * 10**p inside are the integers in (a / 10**p, b / 10**p], and there is
 // one exactly when floor(b / 10**p) > floor(a / 10**p).  So with
 //
@@ -68,7 +69,7 @@ constexpr u128 kLow64 = ~uint64_t{0};
 // floor, the low 192 the remainder), v's numerator is 4m T and a's and b's
 // differ from it by 2T.  False when a remainder is too near a boundary
 // for the table's error (below x units, x the multiplier, moved alike).
-bool narrow_floors(uint64_t m, int e, int q, u128* a, u128* v, u128* b, bool* half) {
+bool narrow_floors(uint64_t m, int lower, int e, int q, u128* a, u128* v, u128* b, bool* half) {
   const int s = -q;
   if (s < -kWidePowerLimit || s > kWidePowerLimit) return false;
   const WidePower& t = wide_power(s);
@@ -81,15 +82,17 @@ bool narrow_floors(uint64_t m, int e, int q, u128* a, u128* v, u128* b, bool* ha
   const u128 upper = hi + (lo >> 64);
   const U256 mt = {upper >> 64, upper << 64 | (lo & kLow64)};
   const U256 nv = shift_left(mt, move + 2);
-  const U256 d = shift_left(U256{0, static_cast<u128>(t.hi) << 64 | t.lo}, move + 1);
-  const U256 numerators[3] = {sub(nv, d), nv, add(nv, d)};
+  const U256 t_moved = shift_left(U256{0, static_cast<u128>(t.hi) << 64 | t.lo}, move);
+  const U256 d = add(t_moved, t_moved);
+  const U256 numerators[3] = {sub(nv, lower == 2 ? d : t_moved), nv, add(nv, d)};
   u128* floors[3] = {a, v, b};
   for (int i = 0; i < 3; ++i) {
     const U256& n = numerators[i];
     *floors[i] = n.hi >> 64;
     if (exact) continue;
     // The exact remainder lies in [F, F + x), x = 4m - 2, 4m or 4m + 2.
-    const U256 x = shift_left(U256{0, 4 * static_cast<u128>(m) + 2 * i - 2}, move);
+    const u128 multiplier = 4 * static_cast<u128>(m) + (i == 0 ? -lower : 2 * i - 2);
+    const U256 x = shift_left(U256{0, multiplier}, move);
     const U256 f = {n.hi & kLow64, n.lo};
     const U256 top = add(f, x);
     if (top.hi >> 64) return false;                                                // may reach 1
@@ -161,7 +164,8 @@ void shorten(T* a, T* v, T* b, int* p, bool* half) {
 
 extern "C" QAL_EXPORT void __f_cvt_real(const uint16_t* mant, int nbits, int e2, int narrow,
                                         char* digits, int* ndigits, int* k) {
-  (void)narrow;
+  // The lower end of the interval: v - m, or v - m/2 for a narrow margin.
+  const int lower = narrow ? 1 : 2;
   u128 m = 0;
   for (int i = (nbits + 15) / 16 - 1; i >= 0; --i) m = m << 16 | mant[i];
   // In units of 2**(e2-2): a = 4m - 2, v = 4m, b = 4m + 2.
@@ -173,9 +177,10 @@ extern "C" QAL_EXPORT void __f_cvt_real(const uint16_t* mant, int nbits, int e2,
   u128 a, v, b;
   bool half;
   for (;;) {
-    if (!((m >> 56) == 0 && narrow_floors(static_cast<uint64_t>(m), e, q, &a, &v, &b, &half))) {
+    if (!((m >> 56) == 0 &&
+          narrow_floors(static_cast<uint64_t>(m), lower, e, q, &a, &v, &b, &half))) {
       Rest ra, rv, rb;
-      floor_scaled(4 * m - 2, e, q, &a, &ra);
+      floor_scaled(4 * m - lower, e, q, &a, &ra);
       floor_scaled(4 * m, e, q, &v, &rv);
       floor_scaled(4 * m + 2, e, q, &b, &rb);
       half = rv == Rest::kHalf || rv == Rest::kAboveHalf;
