@@ -136,7 +136,7 @@ QAL_EXPORT void quadruple2ldouble(const uint32_t from[4], uint32_t to[3]);
  * 24, 53 or 113 with the hidden bit) times 2**e2, not zero.  Writes the
  * fewest digits whose value lies within half a unit of mant's last bit
  * (the upper end included), without a NUL; *k is the power of ten of the
- * last digit.  narrow must be 0. */
+ * last digit.  A non-zero narrow halves the margin below the value. */
 QAL_EXPORT void __f_cvt_real(const uint16_t* mant, int nbits, int e2, int narrow, char* digits,
                              int* ndigits, int* k);
 

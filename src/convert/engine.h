@@ -42,8 +42,8 @@ inline bool rounds_up(int rounding, int sign, Rest rest, bool odd) {
 
 // The exact path.  Always succeeds; the exception word gets 32 when the
 // digits are rounded and 8 for requests it cannot meet.
-void exact_to_decimal(const Unpacked& u, const DecimalMode* mode, DecimalRecord* rec,
-                      unsigned* exceptions);
+void _unpacked_to_decimal_two(const Unpacked& u, const DecimalMode* mode, DecimalRecord* rec,
+                              unsigned* exceptions);
 
 // floor(mant * 2**e * 10**s) and the class of what is left, through one
 // product with a 128-bit power of five: false when the result does not fit
@@ -60,8 +60,8 @@ bool wide_to_decimal(const Unpacked& u, const DecimalMode* mode, DecimalRecord* 
 
 // The double fast path of double_to_decimal and single_to_decimal: true
 // when it produced the record.
-bool fast_double_to_decimal(double x, const DecimalMode* mode, DecimalRecord* rec,
-                            unsigned* exceptions);
+bool __k_double_to_decimal(double x, const DecimalMode* mode, DecimalRecord* rec,
+                           unsigned* exceptions);
 
 // Rounds the digits held in rec (rec->ndigits of them) by the first
 // dropped digit `guard` and `sticky` (anything non-zero after it), in the

@@ -133,8 +133,8 @@ void split(const Unpacked& u, BigFloat* integer, BigFloat* fraction) {
 void store_overflow(unsigned* exceptions) { *exceptions |= FPX_OVERFLOW; }
 
 Rest rest_of(char guard, bool sticky) {
-  return guard == '0' && !sticky ? Rest::kZero
-         : guard < '5'           ? Rest::kBelowHalf
+  return guard == '0' && !sticky   ? Rest::kZero
+         : guard < '5'             ? Rest::kBelowHalf
          : guard == '5' && !sticky ? Rest::kHalf
                                    : Rest::kAboveHalf;
 }
@@ -187,7 +187,8 @@ bool exact_scaled(u128 mant, int e, int s, u128* y, Rest* rest) {
   *y = 0;
   for (int i = 0; ok && i < keep; ++i) *y = *y * 10 + static_cast<unsigned>(text[i] - '0');
   const char guard = keep >= 0 && keep < n ? text[keep] : '0';
-  const bool sticky = fraction->length != 0 || (keep < 0 ? n > 0 : any_nonzero(text + keep + 1, text + n));
+  const bool sticky =
+      fraction->length != 0 || (keep < 0 ? n > 0 : any_nonzero(text + keep + 1, text + n));
   *rest = rest_of(guard, sticky);
   free(text);
   return ok;
@@ -231,8 +232,8 @@ void __decimal_round(const DecimalMode* mode, DecimalRecord* rec, unsigned* exce
   rec->ndigits = n;
 }
 
-void exact_to_decimal(const Unpacked& u, const DecimalMode* mode, DecimalRecord* rec,
-                      unsigned* exceptions) {
+void _unpacked_to_decimal_two(const Unpacked& u, const DecimalMode* mode, DecimalRecord* rec,
+                              unsigned* exceptions) {
   const int n = mode->ndigits;
   const bool floating = mode->form == DECIMAL_FLOATING;
   if (n >= DECIMAL_RECORD_DIGITS || (floating && n < 1)) return store_overflow(exceptions);

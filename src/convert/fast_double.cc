@@ -162,8 +162,8 @@ double __arint_set_n(int status, int* newstatus, double y) {
   return r;
 }
 
-bool fast_double_to_decimal(double x, const DecimalMode* mode, DecimalRecord* rec,
-                            unsigned* exceptions) {
+bool __k_double_to_decimal(double x, const DecimalMode* mode, DecimalRecord* rec,
+                           unsigned* exceptions) {
   if (mode->rounding != FPR_NEAREST || mode->ndigits < 0) return false;
   FloatingStatus quiet;
   if (mode->form == DECIMAL_FLOATING) return floating_form(x, mode->ndigits, rec, exceptions);

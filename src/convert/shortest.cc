@@ -8,7 +8,8 @@
 //   (v - m, v + m]        lower end open, upper end closed,
 //
 // and then emits the neighbour of v inside it, the nearer one when both
-// are, the upper one on a tie.  With a = v - m and b = v + m, the numbers
+// are, the upper one on a tie.  (A narrow margin moves the lower end to
+// v - m/2.)  With a = v - m and b = v + m, the numbers
 // c * 10**p inside are the integers in (a / 10**p, b / 10**p], and there is
 // one exactly when floor(b / 10**p) > floor(a / 10**p).  So with
 //
@@ -22,15 +23,115 @@
 // fraction of v / 10**p).  The three floors come from one product with a
 // 128-bit power of five each, or, when that leaves a doubt, exactly.
 #include <stdint.h>
+#include <string.h>
 
 #include "convert/digits.h"
 #include "convert/engine.h"
+#include "convert/tables.h"
+#include "util/decimal.h"
 
 namespace qal {
 
 namespace {
 
 using u128 = unsigned __int128;
+
+// A 256-bit number as two halves.
+struct U256 {
+  u128 hi, lo;
+};
+
+U256 shift_left(U256 x, int k) {  // k in [0, 128)
+  if (k) {
+    x.hi = x.hi << k | x.lo >> (128 - k);
+    x.lo <<= k;
+  }
+  return x;
+}
+
+U256 add(U256 a, U256 b) {
+  a.lo += b.lo;
+  a.hi += b.hi + (a.lo < b.lo);
+  return a;
+}
+
+U256 sub(U256 a, U256 b) {
+  const u128 lo = a.lo - b.lo;
+  a.hi -= b.hi + (lo > a.lo);
+  a.lo = lo;
+  return a;
+}
+
+constexpr u128 kLow64 = ~uint64_t{0};
+
+// The three floors of a significand below 2**56 from one product: with
+// the binary point of x * T moved to bit 192 (the top 64 bits are then the
+// floor, the low 192 the remainder), v's numerator is 4m T and a's and b's
+// differ from it by 2T.  False when a remainder is too near a boundary
+// for the table's error (below x units, x the multiplier, moved alike).
+bool narrow_floors(uint64_t m, int lower, int e, int q, u128* a, u128* v, u128* b, bool* half) {
+  const int s = -q;
+  if (s < -kWidePowerLimit || s > kWidePowerLimit) return false;
+  const WidePower& t = wide_power(s);
+  const int point = 127 - t.exponent - e - s;  // of x * T
+  const int move = 192 - point;
+  if (move < 0 || move >= 126) return false;
+  const bool exact = s >= 0 && s <= 55;
+  const u128 lo = static_cast<u128>(m) * t.lo, hi = static_cast<u128>(m) * t.hi;
+  // m T, 184 bits at most.
+  const u128 upper = hi + (lo >> 64);
+  const U256 mt = {upper >> 64, upper << 64 | (lo & kLow64)};
+  const U256 nv = shift_left(mt, move + 2);
+  const U256 t_moved = shift_left(U256{0, static_cast<u128>(t.hi) << 64 | t.lo}, move);
+  const U256 d = add(t_moved, t_moved);
+  const U256 numerators[3] = {sub(nv, lower == 2 ? d : t_moved), nv, add(nv, d)};
+  u128* floors[3] = {a, v, b};
+  for (int i = 0; i < 3; ++i) {
+    const U256& n = numerators[i];
+    *floors[i] = n.hi >> 64;
+    if (exact) continue;
+    // The exact remainder lies in [F, F + x), x = 4m - 2, 4m or 4m + 2.
+    const u128 multiplier = 4 * static_cast<u128>(m) + (i == 0 ? -lower : 2 * i - 2);
+    const U256 x = shift_left(U256{0, multiplier}, move);
+    const U256 f = {n.hi & kLow64, n.lo};
+    const U256 top = add(f, x);
+    if (top.hi >> 64) return false;                                                // may reach 1
+    if (i == 1 && !(f.hi >> 63) && (sub(top, U256{0, 1}).hi >> 63)) return false;  // straddles 1/2
+  }
+  *half = (numerators[1].hi >> 63) & 1;
+  return true;
+}
+
+// Exactly eight digits of block.
+void eight_digits(uint32_t block, char* out) {
+  const uint32_t hi = block / 10000, lo = block % 10000;
+  memcpy(out, kDigitPairs + 2 * (hi / 100), 2);
+  memcpy(out + 2, kDigitPairs + 2 * (hi % 100), 2);
+  memcpy(out + 4, kDigitPairs + 2 * (lo / 100), 2);
+  memcpy(out + 6, kDigitPairs + 2 * (lo % 100), 2);
+}
+
+// Digits of c without a terminator; returns how many.
+int write_digits(u128 c, char* out) {
+  char buf[48];
+  char* end = buf + sizeof buf;
+  char* p = end;
+  if (c >> 64) {
+    p = u128_digits_backward(c, end);
+  } else {
+    // Eight-digit blocks from the bottom, each its own short chain.
+    uint64_t v = static_cast<uint64_t>(c);
+    while (v >= 100000000) {
+      p -= 8;
+      eight_digits(static_cast<uint32_t>(v % 100000000), p);
+      v /= 100000000;
+    }
+    p = unsigned_to_decimal_backward(static_cast<uint32_t>(v), p);
+  }
+  const int n = static_cast<int>(end - p);
+  memcpy(out, p, static_cast<size_t>(n));
+  return n;
+}
 
 // floor(x * 2**e / 10**q) and the class of the rest.
 void floor_scaled(u128 x, int e, int q, u128* y, Rest* rest) {
@@ -63,7 +164,8 @@ void shorten(T* a, T* v, T* b, int* p, bool* half) {
 
 extern "C" QAL_EXPORT void __f_cvt_real(const uint16_t* mant, int nbits, int e2, int narrow,
                                         char* digits, int* ndigits, int* k) {
-  (void)narrow;
+  // The lower end of the interval: v - m, or v - m/2 for a narrow margin.
+  const int lower = narrow ? 1 : 2;
   u128 m = 0;
   for (int i = (nbits + 15) / 16 - 1; i >= 0; --i) m = m << 16 | mant[i];
   // In units of 2**(e2-2): a = 4m - 2, v = 4m, b = 4m + 2.
@@ -73,15 +175,19 @@ extern "C" QAL_EXPORT void __f_cvt_real(const uint16_t* mant, int nbits, int e2,
   // estimate come out one too high the check below lowers it.
   int q = static_cast<int>((int64_t{e2} * 661971961083LL) >> 41);
   u128 a, v, b;
-  Rest ra, rv, rb;
+  bool half;
   for (;;) {
-    floor_scaled(4 * m - 2, e, q, &a, &ra);
-    floor_scaled(4 * m + 2, e, q, &b, &rb);
+    if (!((m >> 56) == 0 &&
+          narrow_floors(static_cast<uint64_t>(m), lower, e, q, &a, &v, &b, &half))) {
+      Rest ra, rv, rb;
+      floor_scaled(4 * m - lower, e, q, &a, &ra);
+      floor_scaled(4 * m, e, q, &v, &rv);
+      floor_scaled(4 * m + 2, e, q, &b, &rb);
+      half = rv == Rest::kHalf || rv == Rest::kAboveHalf;
+    }
     if (b > a) break;
     --q;
   }
-  floor_scaled(4 * m, e, q, &v, &rv);
-  bool half = rv == Rest::kHalf || rv == Rest::kAboveHalf;
   int p = q;
   if (b >> 64) {
     shorten(&a, &v, &b, &p, &half);
@@ -93,11 +199,7 @@ extern "C" QAL_EXPORT void __f_cvt_real(const uint16_t* mant, int nbits, int e2,
   }
   const bool low = v > a, high = v + 1 <= b;
   const u128 c = high && (!low || half) ? v + 1 : v;
-  char buf[48];
-  char* end = buf + sizeof buf;
-  const char* first = u128_digits_backward(c, end);
-  *ndigits = static_cast<int>(end - first);
-  for (int i = 0; i < *ndigits; ++i) digits[i] = first[i];
+  *ndigits = write_digits(c, digits);
   *k = p;
 }
 

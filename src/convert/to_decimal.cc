@@ -101,9 +101,9 @@ void convert(const Classified& c, const double* fast, DecimalMode* mode, Decimal
   rec->sign = c.u.sign;
   *exceptions = 0;
   if (c.fp_class != FPC_NORMAL && c.fp_class != FPC_SUBNORMAL) return;
-  if (!(fast && fast_double_to_decimal(*fast, mode, rec, exceptions)) &&
+  if (!(fast && __k_double_to_decimal(*fast, mode, rec, exceptions)) &&
       !wide_to_decimal(c.u, mode, rec, exceptions))
-    exact_to_decimal(c.u, mode, rec, exceptions);
+    _unpacked_to_decimal_two(c.u, mode, rec, exceptions);
   if (*exceptions) __base_conversion_set_exception(*exceptions);
 }
 

@@ -19,14 +19,14 @@ void check_paths(const Unpacked& u, const DecimalMode& mode, const Digits& want,
   DecimalRecord rec;
   unsigned ex = 0;
   rec.sign = u.sign;
-  exact_to_decimal(u, &mode, &rec, &ex);
+  _unpacked_to_decimal_two(u, &mode, &rec, &ex);
   ASSERT_EQ(record_digits(rec), want) << "exact path: " << what;
   ex = 0;
   if (wide_to_decimal(u, &mode, &rec, &ex)) {
     ++use->wide;
     ASSERT_EQ(record_digits(rec), want) << "wide path: " << what;
   }
-  if (fast_ok && fast_double_to_decimal(magnitude, &mode, &rec, &ex)) {
+  if (fast_ok && __k_double_to_decimal(magnitude, &mode, &rec, &ex)) {
     ++use->fast;
     ASSERT_EQ(record_digits(rec), want) << "fast path: " << what;
   }
@@ -126,7 +126,7 @@ TEST(DecimalOracle, DoubleFixedFormLeftOfThePoint) {
     DecimalRecord exact;
     unsigned ex2 = 0;
     exact.sign = x < 0;
-    exact_to_decimal(unpack_double(x), &mode, &exact, &ex2);
+    _unpacked_to_decimal_two(unpack_double(x), &mode, &exact, &ex2);
     ASSERT_EQ(std::string(exact.digits), want) << "exact path: " << describe(x, mode);
     ASSERT_EQ(ex2, ex);
   }
@@ -238,6 +238,28 @@ TEST(DecimalOracle, QuadFixedFormInEveryDirection) {
       continue;
     }
     ASSERT_EQ(record_digits(rec), want) << static_cast<double>(q) << " n " << n;
+  }
+}
+
+// The smallest quads need more than 5120 powers of ten to bring 511
+// significant digits above the point: two multiplications of the exact path.
+TEST(DecimalOracle, SmallestQuadsToTheLastDigit) {
+  const __float128 values[] = {nextafterq(0, 1), scalbnq(1, -16400) / 3, scalbnq(1, -16450) / 7,
+                               scalbnq(0.75Q, -16382)};
+  for (const __float128 q : values) {
+    for (int rounding = 0; rounding < 4; ++rounding) {
+      for (const int n : {1, 34, 160, 511}) {
+        DecimalMode mode = {rounding, DECIMAL_FLOATING, n};
+        uint32_t w[4];
+        quad_words(q, w);
+        DecimalRecord rec;
+        unsigned ex;
+        x86_quadruple_to_decimal(w, &mode, &rec, &ex);
+        ASSERT_EQ(record_digits(rec), quad_e(rounding, q, n)) << n << " " << rounding;
+        ASSERT_EQ(ex, static_cast<unsigned>(FPX_INEXACT));
+        ASSERT_EQ(rec.fp_class, FPC_SUBNORMAL);
+      }
+    }
   }
 }
 

@@ -77,16 +77,16 @@ TEST(FastPathPieces, LowerPowerIsNotAccepted) {
   DecimalMode mode = {FPR_NEAREST, DECIMAL_FLOATING, 3};
   DecimalRecord rec;
   unsigned ex = 0;
-  EXPECT_FALSE(fast_double_to_decimal(100.0, &mode, &rec, &ex));
+  EXPECT_FALSE(__k_double_to_decimal(100.0, &mode, &rec, &ex));
   const double x = 100.0;
   double_to_decimal(&x, &mode, &rec, &ex);
   EXPECT_EQ(record_digits(rec), (Digits{"100", 0}));
   EXPECT_EQ(ex, 0u);
   // Other directions never take the fast path; negative counts neither.
   mode.rounding = FPR_UP;
-  EXPECT_FALSE(fast_double_to_decimal(1.5, &mode, &rec, &ex));
+  EXPECT_FALSE(__k_double_to_decimal(1.5, &mode, &rec, &ex));
   mode = {FPR_NEAREST, DECIMAL_FIXED, -1};
-  EXPECT_FALSE(fast_double_to_decimal(1.5, &mode, &rec, &ex));
+  EXPECT_FALSE(__k_double_to_decimal(1.5, &mode, &rec, &ex));
 }
 
 // One operation's own flags, whatever was raised before.

@@ -99,7 +99,7 @@ std::ostream& operator<<(std::ostream& os, const Shortest& s) {
 
 // The loop as described: R/S is the value and M/S half a unit of its last
 // bit; k is the power of ten of the digit being generated.
-Shortest reference(unsigned __int128 mant, int e2) {
+Shortest reference(unsigned __int128 mant, int e2, bool narrow = false) {
   const int sh = e2 >= 1 ? e2 + 2 : 2;
   Nat r = Nat::of(mant).shl(sh);
   Nat m = Nat::power_of_two(sh - 1);
@@ -150,7 +150,8 @@ Shortest reference(unsigned __int128 mant, int e2) {
     }
     r = r - (ds - s);
     m.mul(10);
-    const bool low = cmp(r, m) < 0;
+    // A narrow margin also wants R below M/2.
+    const bool low = cmp(r, m) < 0 && (!narrow || cmp(r + r, m) < 0);
     const bool high = cmp(r + m, s) >= 0;  // R at or above S - M
     if (!low && !high) {
       out.digits += static_cast<char>('0' + d);
@@ -168,12 +169,12 @@ Shortest reference(unsigned __int128 mant, int e2) {
   }
 }
 
-Shortest ours(unsigned __int128 mant, int nbits, int e2) {
+Shortest ours(unsigned __int128 mant, int nbits, int e2, int narrow = 0) {
   uint16_t words[8] = {};
   for (int i = 0; i < 8; ++i) words[i] = static_cast<uint16_t>(mant >> (16 * i));
   char digits[64];
   int n = -1, k = 0;
-  __f_cvt_real(words, nbits, e2, 0, digits, &n, &k);
+  __f_cvt_real(words, nbits, e2, narrow, digits, &n, &k);
   return {std::string(digits, static_cast<size_t>(n)), k};
 }
 
@@ -244,6 +245,10 @@ TEST(ShortestDigits, SameAsTheDigitLoop) {
     }
     ASSERT_EQ(ours(mant, nbits, e2), reference(mant, e2))
         << "nbits " << nbits << " e2 " << e2 << " mant " << static_cast<double>(mant);
+    if (i % 8 == 0) {
+      ASSERT_EQ(ours(mant, nbits, e2, 1), reference(mant, e2, true))
+          << "narrow: nbits " << nbits << " e2 " << e2 << " mant " << static_cast<double>(mant);
+    }
   }
 }
 
