@@ -7,6 +7,7 @@
 
 #include "convert/digits.h"
 #include "qal/convert.h"
+#include "util/rounding.h"
 
 namespace qal {
 
@@ -17,10 +18,10 @@ QAL_EXPORT int __nan_written = 0;
 
 namespace {
 
-// The direction as a DecimalMode value from fegetround; anything unknown
-// counts as toward zero.
+// The direction as a DecimalMode value from the control word; anything
+// unknown counts as toward zero.
 int __xgetRD() {
-  switch (fegetround()) {
+  switch (rounding_control()) {
     case FE_TONEAREST:
       return FPR_NEAREST;
     case FE_DOWNWARD:
@@ -34,7 +35,7 @@ int __xgetRD() {
 
 // The quad entries insist on a direction they know.
 int local_getRD() {
-  const int mode = fegetround();
+  const int mode = rounding_control();
   if (mode != FE_TONEAREST && mode != FE_DOWNWARD && mode != FE_UPWARD && mode != FE_TOWARDZERO)
     abort();
   return __xgetRD();

@@ -4,7 +4,6 @@
 // magnitude as an integer, which is what the next representable value is.
 #include "formatted/real_front.h"
 
-#include <math.h>
 #include <string.h>
 
 #include <bit>
@@ -13,6 +12,7 @@
 #include "qal/convert.h"
 #include "qal/errors.h"
 #include "qal/format.h"
+#include "util/rounding.h"
 
 namespace qal {
 
@@ -25,9 +25,7 @@ using u128 = unsigned __int128;
 constexpr int32_t kMaxSignificant = 511;
 constexpr int32_t kMaxFractional = 1055;
 
-// The current direction of the processor as a DecimalMode rounding value:
-// the SSE control register holds it in bits 13 and 14, in the same code.
-int current_direction() { return (__builtin_ia32_stmxcsr() >> 13) & 3; }
+int current_direction() { return rounding_direction(); }
 
 // A value of N bytes: its image as an integer and its fields.
 template <int N>
@@ -115,10 +113,11 @@ struct Real {
 
   // The magnitude in the widest hardware precision, for G's choice.
   long double wide_magnitude() const {
-    if constexpr (N == 4) return fabsf(std::bit_cast<float>(static_cast<uint32_t>(image)));
-    if constexpr (N == 8) return fabs(std::bit_cast<double>(static_cast<uint64_t>(image)));
+    const Real positive = with_magnitude(magnitude(), false);
+    if constexpr (N == 4) return std::bit_cast<float>(static_cast<uint32_t>(positive.image));
+    if constexpr (N == 8) return std::bit_cast<double>(static_cast<uint64_t>(positive.image));
     uint32_t words[4], extended[3];
-    with_magnitude(magnitude(), false).store(words);
+    positive.store(words);
     quadruple2ldouble(words, extended);
     long double x = 0;
     memcpy(&x, extended, 10);
@@ -332,11 +331,7 @@ class RealEditor {
     if (x_.is_infinity()) return wrt_flt_infinity(f_, r.w, r.d, x_.negative());
     if (x_.is_nan()) return wrt_flt_nan(f_, r.w, x_.negative());
     if (!chooses_fixed(r.d)) return exponential(r.w, r.d, r.e, 'E');
-    const long double N_ = x_.wide_magnitude();
-    const int32_t n = N_ < 1.0L
-                          ? 0
-                          : static_cast<int32_t>(N == 4 ? log10f(static_cast<float>(N_)) + 1.0f
-                                                        : log10(static_cast<double>(N_)) + 1.0);
+    const int32_t n = x_.wide_magnitude() < 1.0L ? 0 : digits_ahead_of_point();
     const int32_t field = r.w - (e + 2);
     if (field <= 0 || r.d - n < 0) return fill_field(r.w, '*');
     const int32_t k = f_.scale_factor;
@@ -349,6 +344,13 @@ class RealEditor {
     f_.scale_factor = k;
     if (err) return err;
     return fill_field(e + 2, last.ends_in_asterisk() ? '*' : ' ');
+  }
+
+  // The digits of the integer part, floor(log10 N) + 1, exactly: the
+  // point's place after one digit cut toward zero.
+  int32_t digits_ahead_of_point() {
+    x_.to_decimal(FPR_ZERO, DECIMAL_FLOATING, 1, rec_);
+    return rec_.exponent + rec_.ndigits;
   }
 
   bool chooses_fixed(int32_t d) const {
