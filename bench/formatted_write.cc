@@ -41,14 +41,19 @@ struct Format {
       abort();
   }
   ~Format() { free(table); }
+  // The head of WRITE(10,fmt) as compiled code fills it.
+  IoStatementSfw statement() const {
+    IoStatementSfw io = {};
+    io.location = &kWhere;
+    io.unit = 10;
+    io.format = table;
+    io.format_counters = counters;
+    return io;
+  }
 };
 
 inline void write_four(const Format& f, const int32_t* a) {
-  IoStatementSfw io = {};
-  io.location = &kWhere;
-  io.unit = 10;
-  io.format = f.table;
-  io.format_counters = f.counters;
+  IoStatementSfw io = f.statement();
   __f90_ssfw(&io);
   __f90_sfw_i4(&io, a[0]);
   __f90_sfw_i4(&io, a[1]);
@@ -76,7 +81,8 @@ BENCHMARK(BM_FormattedFourItems)->Iterations(kStatements)->Unit(benchmark::kNano
 std::array<double, kValues> real_values() {
   std::array<double, kValues> a{};
   for (int i = 1; i <= kValues; ++i)
-    a[i - 1] = static_cast<double>((i * 7919) % 1000000000) * __builtin_pow(10.0, i % 41 - 20) / 997;
+    a[i - 1] =
+        static_cast<double>((i * 7919) % 1000000000) * __builtin_pow(10.0, i % 41 - 20) / 997;
   return a;
 }
 
@@ -84,11 +90,7 @@ constexpr int64_t kRealStatements = 400000;
 
 // WRITE(10,fmt) V(K): one double per statement.
 void write_real(const Format& f, double v) {
-  IoStatementSfw io = {};
-  io.location = &kWhere;
-  io.unit = 10;
-  io.format = f.table;
-  io.format_counters = f.counters;
+  IoStatementSfw io = f.statement();
   __f90_ssfw(&io);
   __f90_sfw_r8(&io, v);
   __f90_esfw(&io);

@@ -25,8 +25,6 @@ using u128 = unsigned __int128;
 constexpr int32_t kMaxSignificant = 511;
 constexpr int32_t kMaxFractional = 1055;
 
-int current_direction() { return rounding_direction(); }
-
 // A value of N bytes: its image as an integer and its fields.
 template <int N>
 struct Real {
@@ -139,27 +137,6 @@ DecimalDigits digits_of(const Real<N>& x, int rounding, int form, int32_t ndigit
   return {x.negative(), rec.exponent + rec.ndigits, rec.digits};
 }
 
-// The rounding of E, D and ES: a direction for the conversion, after
-// COMPATIBLE has moved the value to its neighbour.
-template <int N>
-int e_direction(const FieldWriter& f, Real<N>& x) {
-  switch (f.round) {
-    case ROUND_UP:
-      return FPR_UP;
-    case ROUND_DOWN:
-      return FPR_DOWN;
-    case ROUND_ZERO:
-      return FPR_ZERO;
-    case ROUND_NEAREST:
-      return FPR_NEAREST;
-    case ROUND_COMPATIBLE:
-      x = x.compatible_neighbour_finite();
-      return current_direction();
-    default:
-      return current_direction();
-  }
-}
-
 // EN rounds toward zero first (or in the direction of the value's own
 // side), and again when it cuts the digits.
 template <int N>
@@ -171,26 +148,28 @@ int en_direction(const FieldWriter& f, Real<N>& x) {
   return FPR_ZERO;
 }
 
-// F: fixed form, with the value moved or the direction chosen by mode.
+// The direction of the conversion for E, D and ES (significant digits) and
+// for F (`fixed`), after COMPATIBLE, and NEAREST under F, have moved the
+// value to a neighbour.  F's ZERO and NEAREST work through the fixed-form
+// converters of each side, which is why they differ.
 template <int N>
-int f_direction(const FieldWriter& f, Real<N>& x) {
+int direction(const FieldWriter& f, Real<N>& x, bool fixed) {
   switch (f.round) {
     case ROUND_UP:
       return FPR_UP;
     case ROUND_DOWN:
       return FPR_DOWN;
     case ROUND_ZERO:
-      return x.negative() ? FPR_UP : FPR_DOWN;
-    case ROUND_NEAREST: {
-      const Real<N> up = x.next(true);
-      x = up.bit56() ? x.next(false) : up;
-      return current_direction();
-    }
+      return !fixed ? FPR_ZERO : x.negative() ? FPR_UP : FPR_DOWN;
+    case ROUND_NEAREST:
+      if (!fixed) return FPR_NEAREST;
+      x = x.next(true).bit56() ? x.next(false) : x.next(true);
+      return rounding_direction();
     case ROUND_COMPATIBLE:
       x = x.compatible_neighbour_finite();
-      return current_direction();
+      return rounding_direction();
     default:
-      return current_direction();
+      return rounding_direction();
   }
 }
 
@@ -284,24 +263,24 @@ class RealEditor {
     const int32_t k = f_.scale_factor;
     const int32_t wanted = k > 0 ? d + 1 : d + k;
     Real<N> x = x_;
-    const int direction = e_direction(f_, x);
-    const DecimalDigits v = digits_of(x, direction, DECIMAL_FLOATING, capped(wanted), rec_);
+    const int rounding = direction(f_, x, false);
+    const DecimalDigits v = digits_of(x, rounding, DECIMAL_FLOATING, capped(wanted), rec_);
     return e == kNoExponentWidth ? wrt_ewd_normal(f_, w, d, letter, v)
                                  : wrt_ewde_normal(f_, w, d, e, letter, v);
   }
 
   int scientific(const RealDescriptor& r) {
     Real<N> x = x_;
-    const int direction = e_direction(f_, x);
-    const DecimalDigits v = digits_of(x, direction, DECIMAL_FLOATING, capped(r.d + 1), rec_);
+    const int rounding = direction(f_, x, false);
+    const DecimalDigits v = digits_of(x, rounding, DECIMAL_FLOATING, capped(r.d + 1), rec_);
     return r.e == kNoExponentWidth ? wrt_eswd_normal(f_, r.w, r.d, v)
                                    : wrt_eswde_normal(f_, r.w, r.d, r.e, v);
   }
 
   int engineering(const RealDescriptor& r) {
     Real<N> x = x_;
-    const int direction = en_direction(f_, x);
-    const DecimalDigits v = digits_of(x, direction, DECIMAL_FLOATING, capped(r.d + 4), rec_);
+    const int rounding = en_direction(f_, x);
+    const DecimalDigits v = digits_of(x, rounding, DECIMAL_FLOATING, capped(r.d + 4), rec_);
     return r.e == kNoExponentWidth ? wrt_enwd_normal(f_, r.w, r.d, v)
                                    : wrt_enwde_normal(f_, r.w, r.d, r.e, v);
   }
@@ -310,8 +289,8 @@ class RealEditor {
     const int64_t behind = f_.g_editing ? d : int64_t{d} + f_.scale_factor;
     const int32_t n = behind > kMaxFractional ? kMaxFractional : static_cast<int32_t>(behind);
     Real<N> x = x_;
-    const int direction = f_direction(f_, x);
-    DecimalDigits v = digits_of(x, direction, DECIMAL_FIXED, n, rec_);
+    const int rounding = direction(f_, x, true);
+    DecimalDigits v = digits_of(x, rounding, DECIMAL_FIXED, n, rec_);
     // The value may round up to one more digit ahead of the point than G
     // planned for: one digit fewer behind it keeps the width.
     if (f_.g_editing && v.p > f_.scale_factor && d > 0) --d;
@@ -346,9 +325,17 @@ class RealEditor {
     return fill_field(e + 2, last.ends_in_asterisk() ? '*' : ' ');
   }
 
-  // The digits of the integer part, floor(log10 N) + 1, exactly: the
-  // point's place after one digit cut toward zero.
+  // The digits of the integer part, floor(log10 N) + 1, exactly.  Powers
+  // of ten to 10**27 are exact in the x87 format, and the magnitude in it
+  // is exact or (for REAL*16) cut toward zero, so comparing with them
+  // decides; beyond, the point's place after one digit cut toward zero.
   int32_t digits_ahead_of_point() {
+    const long double m = x_.wide_magnitude();
+    if (m < 1e27L) {
+      int32_t n = 1;
+      for (long double p = 10; m >= p; p *= 10) ++n;
+      return n;
+    }
     x_.to_decimal(FPR_ZERO, DECIMAL_FLOATING, 1, rec_);
     return rec_.exponent + rec_.ndigits;
   }

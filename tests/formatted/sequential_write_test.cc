@@ -353,6 +353,15 @@ TEST_F(FormatItems, RealDescriptorsByItemType) {
   EXPECT_EQ(dir.read("fort.10"), "( 1.5,-2.2)  0.100D+01\n");
 }
 
+TEST_F(FormatItems, GCountsTheDigitsAheadOfThePoint) {
+  // Just below and at a power of ten the F part keeps d significant digits.
+  EXPECT_EQ(file_text([] {
+              FormattedWrite(10, "(G25.16,/,G25.16,/,G12.4,/,G12.4)")
+                  .all(1000.0, 999.9999999999999, 9.999, 99999.0);
+            }),
+            "    1000.000000000000    \n    999.9999999999999    \n   9.999    \n  0.1000E+06\n");
+}
+
 TEST_F(FormatItems, OldDialectLooksOnlyAtTheSize) {
   // One byte and two (a CHARACTER*2 too) are seven wide under I; L looks
   // at the low 32 bits; Z of two bytes is their unsigned value.
