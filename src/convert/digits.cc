@@ -56,8 +56,18 @@ void __double_to_digits(char* end, int* count, double y) {
 char* u128_digits_backward(unsigned __int128 v, char* end) {
   constexpr uint64_t k19 = 10000000000000000000ULL;
   while (v >> 64) {
-    const unsigned __int128 q = v / k19;
-    const uint64_t r = static_cast<uint64_t>(v - q * k19);
+    unsigned __int128 q;
+    uint64_t r;
+    const uint64_t high = static_cast<uint64_t>(v >> 64), low = static_cast<uint64_t>(v);
+    if (high < k19) {
+      // One hardware division: the quotient fits 64 bits.
+      uint64_t quotient;
+      asm("divq %4" : "=a"(quotient), "=d"(r) : "a"(low), "d"(high), "r"(k19));
+      q = quotient;
+    } else {
+      q = v / k19;
+      r = static_cast<uint64_t>(v - q * k19);
+    }
     char* p = unsigned_to_decimal_backward(r, end);
     while (p > end - 19) *--p = '0';
     end = p;

@@ -1,10 +1,10 @@
 // The digit engine behind the *_to_decimal entries.  A value reaches it
 // unpacked: a significand of up to 128 bits and a power of two.
 //
-//   double_to_decimal ─┐
-//   single_to_decimal ─┴─ __k_double_to_decimal: double fast path (nearest, few digits)
+//   every format ────────── wide path (128-bit powers of five, up to 36 digits)
 //                            │ declined
-//   every format ────────── wide path (128-bit powers of five, up to 19 digits)
+//   double_to_decimal ─┐     │
+//   single_to_decimal ─┴─ __k_double_to_decimal: double fast path (nearest, few digits)
 //                            │ declined
 //                          exact path (BigFloat)
 #pragma once

@@ -101,8 +101,11 @@ void convert(const Classified& c, const double* fast, DecimalMode* mode, Decimal
   rec->sign = c.u.sign;
   *exceptions = 0;
   if (c.fp_class != FPC_NORMAL && c.fp_class != FPC_SUBNORMAL) return;
-  if (!(fast && __k_double_to_decimal(*fast, mode, rec, exceptions)) &&
-      !wide_to_decimal(c.u, mode, rec, exceptions))
+  // The wide path is integer arithmetic and settles nearly every request
+  // of up to 36 digits; the double path works in the floating-point unit
+  // and may still settle what the wide path left in doubt.
+  if (!wide_to_decimal(c.u, mode, rec, exceptions) &&
+      !(fast && __k_double_to_decimal(*fast, mode, rec, exceptions)))
     _unpacked_to_decimal_two(c.u, mode, rec, exceptions);
   if (*exceptions) __base_conversion_set_exception(*exceptions);
 }

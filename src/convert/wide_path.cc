@@ -11,9 +11,12 @@
 // only when err is 0.  The integer part and the class of the remainder are
 // certain unless that interval reaches 1 or straddles one half; those
 // cases, about mant / 2**shift of all, go on to the exact path.
+#include <array>
+
 #include "convert/digits.h"
 #include "convert/engine.h"
 #include "convert/tables.h"
+#include "util/decimal.h"
 
 namespace qal {
 
@@ -134,8 +137,15 @@ bool dyadic(u128 q, int k, u128* y, Rest* rest) {
 
 // One more digit into the rest: y / 10 with the digit dropped.
 void drop_digit(u128* y, Rest* rest) {
-  const unsigned d = static_cast<unsigned>(*y % 10);
-  *y /= 10;
+  unsigned d;
+  if (!(*y >> 64)) {  // 64-bit division by a constant is a multiplication
+    const uint64_t v = static_cast<uint64_t>(*y);
+    d = static_cast<unsigned>(v % 10);
+    *y = v / 10;
+  } else {
+    d = static_cast<unsigned>(*y % 10);
+    *y /= 10;
+  }
   if (d == 0) {
     *rest = *rest == Rest::kZero ? Rest::kZero : Rest::kBelowHalf;
   } else if (d < 5) {
@@ -147,14 +157,24 @@ void drop_digit(u128* y, Rest* rest) {
   }
 }
 
-u128 pow10(int n) {
-  u128 r = 1;
-  while (n--) r *= 10;
-  return r;
-}
+constexpr auto kPow10 = [] {
+  std::array<u128, kMaxDigits + 3> t{};
+  t[0] = 1;
+  for (size_t k = 1; k < t.size(); ++k) t[k] = t[k - 1] * 10;
+  return t;
+}();
 
-// The digits of v, left-padded with zeros to at least `width`.
+// The digits of v, left-padded with zeros to at least `width`, written in
+// place from the last one back.
 int store_digits(u128 v, int width, char* out) {
+  if (!(v >> 64)) {
+    const uint64_t v64 = static_cast<uint64_t>(v);
+    const int n = decimal_length(v64);
+    const int count = width > n ? width : n;
+    char* first = unsigned_to_decimal_backward(v64, out + count);
+    while (first > out) *--first = '0';
+    return count;
+  }
   char buf[48];
   char* end = buf + sizeof buf;
   char* p = u128_digits_backward(v, end);
@@ -165,10 +185,67 @@ int store_digits(u128 v, int width, char* out) {
   return pad + n;
 }
 
+// The rest of a fraction known exactly: `high` and `low` are its bits
+// below the unit, `half` its half in the units of `high`.
+Rest exact_rest(u128 high, uint64_t low, u128 half) {
+  if (high > half || (high == half && low)) return Rest::kAboveHalf;
+  if (high == half) return Rest::kHalf;
+  return high || low ? Rest::kBelowHalf : Rest::kZero;
+}
+
+// The usual case of a significand of at most 64 bits (every double and
+// float), in 128-bit arithmetic without loops:
+//
+//   - 0 <= s <= 27: 5**s fits 64 bits, so mant * 5**s is one exact
+//     128-bit product, and the power of two is a shift;
+//   - otherwise one product with the 128-bit power, when the 192-bit
+//     result puts the unit between bits 65 and 191, which is where the
+//     digit counts of the editors put it.
+//
+// False hands the case to the general code, which also settles doubts.
+bool narrow_scaled(uint64_t mant, int e, int s, u128* y, Rest* rest) {
+  if (s >= 0 && s < static_cast<int>(kPow5.size())) {
+    const u128 q = static_cast<u128>(mant) * kPow5[s];
+    return dyadic(q, e + s, y, rest);
+  }
+  const WidePower& t = wide_power(s);
+  const int shift = 127 - t.exponent - e - s;
+  if (shift > 193) {  // the product and its error stay below a quarter
+    *y = 0;
+    *rest = Rest::kBelowHalf;
+    return true;
+  }
+  if (shift <= 64 || shift >= 192) return false;
+  const u128 a = static_cast<u128>(mant) * t.lo, b = static_cast<u128>(mant) * t.hi;
+  const uint64_t low = static_cast<uint64_t>(a);
+  const u128 high = b + static_cast<uint64_t>(a >> 64);  // cannot carry out: mant * T < 2**192
+  const int r = shift - 64;                              // 1..127: the unit's bit in `high`
+  const u128 unit = u128{1} << r, half = unit >> 1;
+  *y = high >> r;
+  u128 fraction = high & (unit - 1);
+  if (s >= 0 && s <= 55) {  // the power is exact
+    *rest = exact_rest(fraction, low, half);
+    return true;
+  }
+  // The true fraction lies in [F, F + mant): both ends in one half.
+  const bool above = fraction >= half;
+  const uint64_t end_low = low + mant;
+  fraction += end_low < low;
+  if (above) {
+    if (fraction >= unit) return false;
+    *rest = Rest::kAboveHalf;
+    return true;
+  }
+  if (fraction > half || (fraction == half && end_low)) return false;
+  *rest = Rest::kBelowHalf;
+  return true;
+}
+
 }  // namespace
 
 bool wide_scaled(u128 mant, int e, int s, u128* y, Rest* rest) {
   if (s < -kWidePowerLimit || s > kWidePowerLimit) return false;
+  if (!(mant >> 64) && narrow_scaled(static_cast<uint64_t>(mant), e, s, y, rest)) return true;
   // A value that is a power of two times an integer: exact in shifts.
   if (s < 0 && -s < static_cast<int>(kPow5.size())) {
     const uint64_t five = kPow5[-s];
@@ -225,12 +302,12 @@ bool wide_to_decimal(const Unpacked& u, const DecimalMode* mode, DecimalRecord* 
     const int e10 = static_cast<int>((int64_t{bits} * 661971961083LL) >> 41);
     int s = n - 1 - e10;
     if (!wide_scaled(u.mant, u.exponent, s, &y, &rest)) return false;
-    const u128 upper = pow10(n);
+    const u128 upper = kPow10[n];
     while (y >= upper) {
       drop_digit(&y, &rest);
       --s;
     }
-    if (y < upper / 10) return false;
+    if (y < kPow10[n - 1]) return false;
     if (rounds_up(mode->rounding, u.sign, rest, y & 1) && ++y == upper) {
       y /= 10;
       --s;

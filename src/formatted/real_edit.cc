@@ -14,29 +14,66 @@ namespace {
 // Longest digit string a front end asks for, with room for a carry.
 constexpr int32_t kMaxDigits = 512;
 
+// Short copies and fills stay out of the library calls: two overlapping
+// word moves cover any length from 8 to 16, which is what fields mostly are.
+inline void copy_bytes(char* to, const char* from, size_t n) {
+  if (n > 16) {
+    memcpy(to, from, n);
+  } else if (n >= 8) {
+    uint64_t head, tail;
+    memcpy(&head, from, 8);
+    memcpy(&tail, from + n - 8, 8);
+    memcpy(to, &head, 8);
+    memcpy(to + n - 8, &tail, 8);
+  } else {
+    for (size_t i = 0; i < n; ++i) to[i] = from[i];
+  }
+}
+
+inline void fill_bytes(char* to, char c, size_t n) {
+  if (n > 16) {
+    memset(to, c, n);
+  } else if (n >= 8) {
+    const uint64_t word = 0x0101010101010101ULL * static_cast<unsigned char>(c);
+    memcpy(to, &word, 8);
+    memcpy(to + n - 8, &word, 8);
+  } else {
+    for (size_t i = 0; i < n; ++i) to[i] = c;
+  }
+}
+
 struct Cursor {
   char* at;
-  const char* digits;  // the next digit to take; stops at the NUL
+  const char* digits;  // the next digit to take
+  const char* end;     // behind the last digit
 
   void put(char c) { *at++ = c; }
   void fill(char c, int64_t n) {
     if (n <= 0) return;
-    memset(at, c, static_cast<size_t>(n));
+    fill_bytes(at, c, static_cast<size_t>(n));
     at += n;
   }
   void take(int64_t n) {
     if (n <= 0) return;
-    const size_t have = strnlen(digits, static_cast<size_t>(n));
-    memcpy(at, digits, have);
+    const int64_t left = end - digits;
+    const int64_t have = n < left ? n : left > 0 ? left : 0;
+    copy_bytes(at, digits, static_cast<size_t>(have));
     digits += have;
-    memset(at + have, '0', static_cast<size_t>(n) - have);
+    fill_bytes(at + have, '0', static_cast<size_t>(n - have));
     at += n;
   }
   void text(const char* s, int64_t n) {
-    memcpy(at, s, static_cast<size_t>(n));
+    copy_bytes(at, s, static_cast<size_t>(n));
     at += n;
   }
 };
+
+// The cursor of a field that holds no digits of the value.
+constexpr char kNoDigits[] = "";
+
+const char* end_of(const DecimalDigits& v) {
+  return v.digits + (v.count >= 0 ? v.count : static_cast<int32_t>(strlen(v.digits)));
+}
 
 // Reserves the whole field; null with *err set on failure.
 char* reserve(FieldWriter& f, int64_t w, int* err) {
@@ -59,6 +96,7 @@ DecimalDigits without_leading_zeros(const DecimalDigits& v) {
   while (*r.digits == '0') {
     ++r.digits;
     --r.p;
+    if (r.count > 0) --r.count;
   }
   return r;
 }
@@ -129,7 +167,7 @@ int e_normal(FieldWriter& f, int32_t w, int32_t d, int32_t e, char letter,
   const int64_t needed = int64_t{s} + d + x.width + (k > 0 ? 2 : 1);
   if (needed > w) return asterisks(f, w);
   int err;
-  Cursor c{reserve(f, w, &err), v.digits};
+  Cursor c{reserve(f, w, &err), v.digits, end_of(v)};
   if (!c.at) return err;
   const bool zero = k <= 0 && w > needed;  // the optional leading zero
   c.fill(' ', w - needed - (zero ? 1 : 0));
@@ -156,7 +194,7 @@ int es_normal(FieldWriter& f, int32_t w, int32_t d, int32_t e, const DecimalDigi
   const int64_t needed = int64_t{s} + d + x.width + 2;
   if (!x.fits || needed > w) return asterisks(f, w);
   int err;
-  Cursor c{reserve(f, w, &err), v.digits};
+  Cursor c{reserve(f, w, &err), v.digits, end_of(v)};
   if (!c.at) return err;
   c.fill(' ', w - needed);
   if (s) c.put(v.negative ? '-' : '+');
@@ -207,7 +245,7 @@ int en_normal(FieldWriter& f, int32_t w, int32_t d, int32_t e, const DecimalDigi
   const int64_t needed = int64_t{s} + ahead + 1 + d + x.width;
   if (!x.fits || needed > w) return asterisks(f, w);
   int err;
-  Cursor c{reserve(f, w, &err), kept};
+  Cursor c{reserve(f, w, &err), kept, kept + keep};
   if (!c.at) return err;
   c.fill(' ', w - needed);
   if (s) c.put(v.negative ? '-' : '+');
@@ -262,7 +300,7 @@ int wrt_fwd_normal(FieldWriter& f, int32_t w, int32_t d, const DecimalDigits& va
   const int64_t width = minimal ? needed + (zero ? 1 : 0) : w;
   if (needed > width) return asterisks(f, w);
   int err;
-  Cursor c{reserve(f, width, &err), v.digits};
+  Cursor c{reserve(f, width, &err), v.digits, end_of(v)};
   if (!c.at) return err;
   c.fill(' ', width - needed - (zero ? 1 : 0));
   if (s) c.put(v.negative ? '-' : '+');
@@ -290,7 +328,7 @@ int wrt_fwd_zero(FieldWriter& f, int32_t w, int32_t d, bool negative) {
   const int64_t width = w == 0 ? needed + (d == 0 ? 0 : 1) : w;
   if (needed > width) return asterisks(f, w);
   int err;
-  Cursor c{reserve(f, width, &err), ""};
+  Cursor c{reserve(f, width, &err), kNoDigits, kNoDigits};
   if (!c.at) return err;
   c.fill(' ', width - needed - (zero && d != 0 ? 1 : 0));
   if (s) c.put(sign);
@@ -304,7 +342,7 @@ int wrt_ewde_zero(FieldWriter& f, int32_t w, int32_t d, int32_t e, char letter) 
   if (w == 0) {
     if (!f.f77) return ERR_ZERO_FIELD_WIDTH;
     int err;
-    Cursor c{reserve(f, int64_t{e} + 2, &err), ""};
+    Cursor c{reserve(f, int64_t{e} + 2, &err), kNoDigits, kNoDigits};
     if (!c.at) return err;
     c.put(letter);
     c.put('+');
@@ -317,7 +355,7 @@ int wrt_ewde_zero(FieldWriter& f, int32_t w, int32_t d, int32_t e, char letter) 
   const int64_t needed = int64_t{s} + d + e + (k > 0 ? 4 : 3);
   if (needed > w) return asterisks(f, w);
   int err;
-  Cursor c{reserve(f, w, &err), ""};
+  Cursor c{reserve(f, w, &err), kNoDigits, kNoDigits};
   if (!c.at) return err;
   const bool zero = k <= 0 && w > needed;
   c.fill(' ', w - needed - (zero ? 1 : 0));
@@ -343,7 +381,7 @@ int wrt_enwde_zero(FieldWriter& f, int32_t w, int32_t d, int32_t e) {
   const int64_t needed = int64_t{s} + d + places + 4;
   if (needed > w) return asterisks(f, w);
   int err;
-  Cursor c{reserve(f, w, &err), ""};
+  Cursor c{reserve(f, w, &err), kNoDigits, kNoDigits};
   if (!c.at) return err;
   c.fill(' ', w - needed);
   if (s) c.put('+');
@@ -364,7 +402,7 @@ int wrt_gwde_zero(FieldWriter& f, int32_t w, int32_t d, int32_t e) {
     const int64_t width = int64_t{w} - e - 2;
     const int64_t body = width == 0 ? s + 2 : width;
     if (width != 0 && width < s + 2) return asterisks(f, w);
-    Cursor c{reserve(f, body + e + 2, &err), ""};
+    Cursor c{reserve(f, body + e + 2, &err), kNoDigits, kNoDigits};
     if (!c.at) return err;
     c.fill(' ', body - s - 2);
     if (s) c.put('+');
@@ -384,7 +422,7 @@ int wrt_gwde_zero(FieldWriter& f, int32_t w, int32_t d, int32_t e) {
   // With one digit the zero is always written; with more, only when the
   // field has room for it beyond what is needed.
   const bool zero = d == 1 || w > needed;
-  Cursor c{reserve(f, w, &err), ""};
+  Cursor c{reserve(f, w, &err), kNoDigits, kNoDigits};
   if (!c.at) return err;
   c.fill(' ', w - needed - (d > 1 && zero ? 1 : 0));
   if (s) c.put('+');
@@ -401,14 +439,14 @@ int wrt_flt_infinity(FieldWriter& f, int32_t w, int32_t d, bool negative) {
   int err;
   if (w == 0) {
     if (f.f77) return 0;
-    Cursor c{reserve(f, s + 3, &err), ""};
+    Cursor c{reserve(f, s + 3, &err), kNoDigits, kNoDigits};
     if (!c.at) return err;
     if (s) c.put(sign);
     c.text("Inf", 3);
     return 0;
   }
   if (w < s + 3) return asterisks(f, w);
-  Cursor c{reserve(f, w, &err), ""};
+  Cursor c{reserve(f, w, &err), kNoDigits, kNoDigits};
   if (!c.at) return err;
   if (!f.f77) {
     const int32_t n = w >= s + 8 ? 8 : 3;
@@ -440,14 +478,14 @@ int wrt_flt_nan(FieldWriter& f, int32_t w, bool negative) {
   int err;
   if (w == 0) {
     if (f.f77) return 0;
-    Cursor c{reserve(f, n, &err), ""};
+    Cursor c{reserve(f, n, &err), kNoDigits, kNoDigits};
     if (!c.at) return err;
     if (s) c.put(sign);
     c.text("NaN", 3);
     return 0;
   }
   if (w < n || (f.f77 && !s && w == 3)) return asterisks(f, w);
-  Cursor c{reserve(f, w, &err), ""};
+  Cursor c{reserve(f, w, &err), kNoDigits, kNoDigits};
   if (!c.at) return err;
   if (!f.f77) c.fill(' ', w - n);
   if (s) c.put(sign);

@@ -19,6 +19,7 @@ struct DecimalDigits {
   bool negative;
   int32_t p;           // the point stands p digits into the string
   const char* digits;  // NUL-terminated ASCII digits
+  int32_t count = -1;  // how many there are, when the producer knows
 };
 
 // Exponent width `e` when the descriptor has none.

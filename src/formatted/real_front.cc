@@ -134,7 +134,7 @@ DecimalDigits digits_of(const Real<N>& x, int rounding, int form, int32_t ndigit
   // A neighbour below the smallest value is zero: no digits at all.
   if (rec.fp_class == FPC_ZERO) rec.ndigits = rec.exponent = 0;
   rec.digits[rec.ndigits < 0 ? 0 : rec.ndigits] = '\0';
-  return {x.negative(), rec.exponent + rec.ndigits, rec.digits};
+  return {x.negative(), rec.exponent + rec.ndigits, rec.digits, rec.ndigits < 0 ? 0 : rec.ndigits};
 }
 
 // EN rounds toward zero first (or in the direction of the value's own

@@ -48,11 +48,35 @@ inline int decimal_length(uint64_t v) {
   return t + 1 - (x < kPowersOfTen[t]);
 }
 
+// The eight digits of v (below 10**8), leading zeros included, at out.
+// The four pairs come from two independent halves, so their divisions
+// overlap instead of forming one chain.
+inline void eight_digits(uint32_t v, char* out) {
+  const uint32_t high = v / 10000, low = v % 10000;
+  memcpy(out, kDigitPairs + 2 * (high / 100), 2);
+  memcpy(out + 2, kDigitPairs + 2 * (high % 100), 2);
+  memcpy(out + 4, kDigitPairs + 2 * (low / 100), 2);
+  memcpy(out + 6, kDigitPairs + 2 * (low % 100), 2);
+}
+
 // Writes the digits of `v` so that they end just before `end`; returns the
-// first digit's address.
+// first digit's address.  Wide values are cut into groups of eight digits
+// first, so that the rest is 32-bit arithmetic.
 template <class U>
 inline char* unsigned_to_decimal_backward(U v, char* end) {
   static_assert(std::is_unsigned_v<U>);
+  if constexpr (sizeof(U) > 4) {
+    if (v > 0xffffffffu) {
+      while (v >= 100000000) {
+        const U q = v / 100000000;
+        end -= 8;
+        eight_digits(static_cast<uint32_t>(v - q * 100000000), end);
+        v = q;
+      }
+      return unsigned_to_decimal_backward(static_cast<uint32_t>(v), end);
+    }
+    return unsigned_to_decimal_backward(static_cast<uint32_t>(v), end);
+  }
   char* p = end;
   while (v >= 100) {
     const unsigned pair = static_cast<unsigned>(v % 100) * 2;
