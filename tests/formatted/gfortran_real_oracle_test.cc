@@ -4,21 +4,12 @@
 // RZ.  Both sides write the same statements to unit 10 and the files are
 // compared record by record.  Skipped where gfortran is missing.
 //
-// Where the two differ by design, and which is therefore left out here and
-// tested against the expected texts elsewhere:
-//   - F0.d of a value below one: ours writes the zero ahead of the point
-//     ("0.500"), gfortran does not when the value rounds to zero.
-//   - Negative zero, infinities and NaNs: not drawn here.
-//   - Exact decimal ties: the values drawn have full 53- and 24-bit
-//     significands, so no field of the widths used here falls on a tie.
-//   - RN and RC pick a neighbour before converting; not compared.
-//   - EN under RU and RD: ours rounds the cut a second time only when the
-//     first digit cut away is not 0, whatever lies behind it, so 1.09400589E51
-//     under RU,EN12.4 stays 1.0940E+51; gfortran writes 1.0941E+51.  EN is
-//     compared in the default rounding only.
-//   - gfortran's fault: F under RU or RD of a value smaller than the last
-//     place (1.9E-23 under RU,F22.2) gives zero; ours gives the last
-//     place, 0.01, as rounding up requires.
+// Where the two differ by design is listed, and tested against the texts
+// each case must have, in real_output_apart_from_gfortran_test.cc.  The
+// statements drawn here keep clear of it: no zeros, infinities or NaNs, no
+// F0.d or Gw.0, full significands (so no exact decimal ties), no RN or RC,
+// EN in the default rounding only, and F's last place under RU and RD
+// allowed for where gfortran drops it.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
