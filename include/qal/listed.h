@@ -27,6 +27,12 @@ QAL_EXPORT int __f90_slw_r4(IoStatementSlw* stmt, float value);
 QAL_EXPORT int __f90_slw_r8(IoStatementSlw* stmt, double value);
 QAL_EXPORT int __f90_slw_r16(IoStatementSlw* stmt, uint64_t low, uint64_t high);
 QAL_EXPORT int __f90_slw_r16_ref(IoStatementSlw* stmt, const void* value);
+/* The same reals in the old dialect's fixed-width forms, written without a
+ * separator; the plain entries above hand over to these when the statement
+ * has SF_F77_WRITE.  Complex items keep their form in both dialects. */
+QAL_EXPORT int __f90_slw_r4_f77compat(IoStatementSlw* stmt, float value);
+QAL_EXPORT int __f90_slw_r8_f77compat(IoStatementSlw* stmt, double value);
+QAL_EXPORT int __f90_slw_r16_f77compat(IoStatementSlw* stmt, uint64_t low, uint64_t high);
 QAL_EXPORT int __f90_slw_c4(IoStatementSlw* stmt, const void* value);
 QAL_EXPORT int __f90_slw_c8(IoStatementSlw* stmt, const void* value);
 QAL_EXPORT int __f90_slw_c16(IoStatementSlw* stmt, const void* value);

@@ -11,6 +11,7 @@
 #include <string.h>
 
 #include "frame/frame.h"
+#include "listed/f77_real_text.h"
 #include "listed/item_text.h"
 
 using namespace qal;
@@ -73,6 +74,27 @@ int write_block(Stmt* s, const char* data, int length) {
   return 0;
 }
 
+// The old dialect's raw append, for character items and reals alike: text
+// that does not fit breaks the line inside the record and tries again, and
+// what still does not fit is cut.
+int append_f77(Stmt* s, const char* text, int64_t length) {
+  int64_t room = s->record_end - s->cursor;
+  if (length > room && s->cursor - s->record_start > 1) {
+    put(s, '\n');
+    put(s, ' ');
+    room = s->record_end - s->cursor;
+  }
+  if (room < 0) room = 0;
+  if (length > room) {
+    memcpy(s->cursor, text, static_cast<size_t>(room));
+    s->cursor += room;
+    return fail(s, s->rank != 0 ? ERR_RECORD_TOO_LONG : ERR_PAST_INTERNAL_END);
+  }
+  memcpy(s->cursor, text, static_cast<size_t>(length));
+  s->cursor += length;
+  return 0;
+}
+
 int write_character(Stmt* s, const char* text, int64_t length) {
   if (length < 0) length = 0;
   if (s->element_length < 2) {
@@ -80,23 +102,8 @@ int write_character(Stmt* s, const char* text, int64_t length) {
     return fail(s, ERR_RECORD_TOO_LONG);
   }
   if (s->stmt_flags & SF_F77_WRITE) {
-    int64_t room = s->record_end - s->cursor;
-    if (length > room && s->cursor - s->record_start > 1) {
-      // The old dialect breaks the line inside the record and tries again.
-      put(s, '\n');
-      put(s, ' ');
-      room = s->record_end - s->cursor;
-    }
     s->stmt_flags |= SF_INTERNAL_STICKY;
-    if (room < 0) room = 0;
-    if (length > room) {
-      memcpy(s->cursor, text, static_cast<size_t>(room));
-      s->cursor += room;
-      return fail(s, s->rank != 0 ? ERR_RECORD_TOO_LONG : ERR_PAST_INTERNAL_END);
-    }
-    memcpy(s->cursor, text, static_cast<size_t>(length));
-    s->cursor += length;
-    return 0;
+    return append_f77(s, text, length);
   }
   const bool separator = !((s->stmt_flags & SF_INTERNAL_STICKY) && s->cursor != s->record_start);
   if (separator) {
@@ -129,6 +136,17 @@ int write_item(Stmt* s, T value) {
   ItemText t;
   make_item_text(value, s->stmt_flags, t);
   return write_block(s, t.data, t.length);
+}
+
+// A real in the old dialect goes in as its character items do, with no
+// separator: the text's own leading blanks stand for one.
+template <int N>
+int write_real(Stmt* s, const void* bits) {
+  if (!(s->stmt_flags & SF_F77_WRITE)) return write_item(s, ListReal<N>{bits});
+  char text[kMaxF77RealText];
+  const int length = f77_real_text<N>(bits, (s->stmt_flags & SF_DECIMAL) == SF_DECIMAL_COMMA, text);
+  s->stmt_flags &= ~SF_INTERNAL_STICKY;
+  return append_f77(s, text, length);
 }
 
 int start(Stmt* s) {
@@ -169,13 +187,13 @@ QAL_EXPORT int __f90_ilw_u8(Stmt* s, uint64_t v) { return write_item(s, v); }
 QAL_EXPORT int __f90_ilw_l1(Stmt* s, int8_t v) { return write_item(s, LogicalItem<int8_t>{v}); }
 QAL_EXPORT int __f90_ilw_l4(Stmt* s, int32_t v) { return write_item(s, LogicalItem<int32_t>{v}); }
 QAL_EXPORT int __f90_ilw_l8(Stmt* s, int64_t v) { return write_item(s, LogicalItem<int64_t>{v}); }
-QAL_EXPORT int __f90_ilw_r4(Stmt* s, float v) { return write_item(s, ListReal<4>{&v}); }
-QAL_EXPORT int __f90_ilw_r8(Stmt* s, double v) { return write_item(s, ListReal<8>{&v}); }
+QAL_EXPORT int __f90_ilw_r4(Stmt* s, float v) { return write_real<4>(s, &v); }
+QAL_EXPORT int __f90_ilw_r8(Stmt* s, double v) { return write_real<8>(s, &v); }
 QAL_EXPORT int __f90_ilw_r16(Stmt* s, uint64_t low, uint64_t high) {
   const uint64_t v[2] = {low, high};
-  return write_item(s, ListReal<16>{v});
+  return write_real<16>(s, v);
 }
-QAL_EXPORT int __f90_ilw_r16_ref(Stmt* s, const void* v) { return write_item(s, ListReal<16>{v}); }
+QAL_EXPORT int __f90_ilw_r16_ref(Stmt* s, const void* v) { return write_real<16>(s, v); }
 QAL_EXPORT int __f90_ilw_c4(Stmt* s, const void* v) {
   return write_complex_parts<4>(v, [s](auto part) { return write_item(s, part); });
 }

@@ -5,13 +5,15 @@
 // units, no limit worth the name on files opened without RECL=).  Adjacent
 // undelimited character items touch; every other pair gets one blank.  The
 // old dialect (SF_F77_WRITE) separates with two blanks and wraps at
-// line_limit, and starts every continuation record with a blank.
+// line_limit, and starts every continuation record with a blank; its reals
+// stand in fixed fields whose leading blanks separate them.
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "frame/frame.h"
+#include "listed/f77_real_text.h"
 #include "listed/item_text.h"
 
 using namespace qal;
@@ -239,6 +241,26 @@ int write_item(Stmt* s, T value) {
   return buffer_block(s, s->unit_ptr, t.data, t.length);
 }
 
+// A real in the old dialect: the wrap test reserves a fixed number of
+// columns rather than the text's length, and the text goes in without a
+// separator, its own leading blanks standing for one.
+template <int N>
+int write_f77_real(Stmt* s, const void* bits) {
+  Unit* u = s->unit_ptr;
+  char text[kMaxF77RealText];
+  const int length = f77_real_text<N>(bits, (s->stmt_flags & SF_DECIMAL) == SF_DECIMAL_COMMA, text);
+  if (static_cast<uint64_t>(u->column + f77_wrap_width<N>(bits)) > u->line_limit)
+    if (int err = end_record(s, u)) return err;
+  s->stmt_flags &= ~(SF_FIRST_ITEM | SF_STICKY_SEPARATOR);
+  return copy_text(s, u, text, static_cast<uint64_t>(length));
+}
+
+template <int N>
+int write_real(Stmt* s, const void* bits) {
+  if (s->stmt_flags & SF_F77_WRITE) return write_f77_real<N>(s, bits);
+  return write_item(s, ListReal<N>{bits});
+}
+
 // Buffer, first blank, wrap column and the first-item flag: the part of a
 // start that follows the checks, shared by both start entries.
 int start_record(Stmt* s, Unit* u) {
@@ -304,13 +326,21 @@ QAL_EXPORT int __f90_slw_l1(Stmt* s, int8_t v) { return write_item(s, LogicalIte
 QAL_EXPORT int __f90_slw_l4(Stmt* s, int32_t v) { return write_item(s, LogicalItem<int32_t>{v}); }
 QAL_EXPORT int __f90_slw_l8(Stmt* s, int64_t v) { return write_item(s, LogicalItem<int64_t>{v}); }
 
-QAL_EXPORT int __f90_slw_r4(Stmt* s, float v) { return write_item(s, ListReal<4>{&v}); }
-QAL_EXPORT int __f90_slw_r8(Stmt* s, double v) { return write_item(s, ListReal<8>{&v}); }
+// Each plain real entry hands an old-dialect statement over to the
+// _f77compat form.
+QAL_EXPORT int __f90_slw_r4(Stmt* s, float v) { return write_real<4>(s, &v); }
+QAL_EXPORT int __f90_slw_r8(Stmt* s, double v) { return write_real<8>(s, &v); }
 QAL_EXPORT int __f90_slw_r16(Stmt* s, uint64_t low, uint64_t high) {
   const uint64_t v[2] = {low, high};
-  return write_item(s, ListReal<16>{v});
+  return write_real<16>(s, v);
 }
-QAL_EXPORT int __f90_slw_r16_ref(Stmt* s, const void* v) { return write_item(s, ListReal<16>{v}); }
+QAL_EXPORT int __f90_slw_r16_ref(Stmt* s, const void* v) { return write_real<16>(s, v); }
+QAL_EXPORT int __f90_slw_r4_f77compat(Stmt* s, float v) { return write_f77_real<4>(s, &v); }
+QAL_EXPORT int __f90_slw_r8_f77compat(Stmt* s, double v) { return write_f77_real<8>(s, &v); }
+QAL_EXPORT int __f90_slw_r16_f77compat(Stmt* s, uint64_t low, uint64_t high) {
+  const uint64_t v[2] = {low, high};
+  return write_f77_real<16>(s, v);
+}
 QAL_EXPORT int __f90_slw_c4(Stmt* s, const void* v) {
   return write_complex_parts<4>(v, [s](auto part) { return write_item(s, part); });
 }

@@ -4,6 +4,7 @@
 // fixed point, with a few fraction bits to round the boundaries.
 #include <string.h>
 
+#include "listed/f77_real_text.h"
 #include "qal/listed.h"
 
 namespace qal {
@@ -20,11 +21,6 @@ QuadTop quad_top(const void* value) {
   uint32_t words[4];
   memcpy(words, value, 16);
   return {static_cast<int>((words[3] >> 16) & 0x7fff), static_cast<int>((words[3] >> 8) & 0xff)};
-}
-
-int32_t width_by(bool zero, int32_t estimate, uint32_t below, int32_t narrow, int32_t wide) {
-  if (zero) return narrow;
-  return static_cast<uint32_t>(estimate) < below ? narrow : wide;
 }
 
 }  // namespace
@@ -52,20 +48,15 @@ QAL_EXPORT int32_t __f90_qilog(const void* x) {
   return (t * 77 + (t >> 4)) >> 16;
 }
 
-QAL_EXPORT int32_t __f90_width_f77compat(const float* x) {
-  uint32_t bits;
-  memcpy(&bits, x, 4);
-  return width_by((bits & 0x7fffffff) == 0, __f90_silog(x), 7, 10, 14);
-}
+// The widths follow the form the list writer picks, from the same
+// estimate, so a namelist reserves what the real will take.
+QAL_EXPORT int32_t __f90_width_f77compat(const float* x) { return f77_real_width<4>(x); }
 
-QAL_EXPORT int32_t __f90_dwidth_f77compat(double x) {
-  return width_by(x == 0, __f90_ilog(x), 15, 18, 22);
-}
+QAL_EXPORT int32_t __f90_dwidth_f77compat(double x) { return f77_real_width<8>(&x); }
 
 QAL_EXPORT int32_t __f90_qwidth_f77compat(uint64_t low, uint64_t high) {
   const uint64_t v[2] = {low, high};
-  const bool zero = low == 0 && (high & 0x7fffffffffffffff) == 0;
-  return width_by(zero, __f90_qilog(v), 36, 39, 44);
+  return f77_real_width<16>(v);
 }
 
 }  // extern "C"

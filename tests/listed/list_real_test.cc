@@ -160,7 +160,7 @@ TEST(ListReal, EstimatesAndOldWidths) {
   EXPECT_EQ(__f90_width_f77compat(&zero), 10);
   EXPECT_EQ(__f90_width_f77compat(&small), 10);
   EXPECT_EQ(__f90_width_f77compat(&big), 14);
-  EXPECT_EQ(__f90_width_f77compat(&tiny), 14);  // a negative estimate counts as huge
+  EXPECT_EQ(__f90_width_f77compat(&tiny), 14);  // an estimate below -1 takes E form
   EXPECT_EQ(__f90_dwidth_f77compat(-0.0), 18);
   EXPECT_EQ(__f90_dwidth_f77compat(1.0e14), 18);
   EXPECT_EQ(__f90_dwidth_f77compat(1.0e16), 22);

@@ -19,6 +19,14 @@ struct Logical {
   int kind = 4;
 };
 
+// A REAL*16 item: the binary128 image as two 64-bit halves, low first,
+// passed by value or, with `by_reference`, by address.
+struct Quad {
+  uint64_t low;
+  uint64_t high;
+  bool by_reference = false;
+};
+
 inline constexpr const char* kSourceFile = "test.f90";
 
 // The calls of one statement: each runs only while all before it returned
@@ -60,6 +68,10 @@ struct ExternalListEntries {
   static constexpr auto l1 = __f90_slw_l1;
   static constexpr auto l4 = __f90_slw_l4;
   static constexpr auto l8 = __f90_slw_l8;
+  static constexpr auto r4 = __f90_slw_r4;
+  static constexpr auto r8 = __f90_slw_r8;
+  static constexpr auto r16 = __f90_slw_r16;
+  static constexpr auto r16_ref = __f90_slw_r16_ref;
   static constexpr auto end = __f90_eslw;
 };
 
@@ -74,6 +86,10 @@ struct InternalListEntries {
   static constexpr auto l1 = __f90_ilw_l1;
   static constexpr auto l4 = __f90_ilw_l4;
   static constexpr auto l8 = __f90_ilw_l8;
+  static constexpr auto r4 = __f90_ilw_r4;
+  static constexpr auto r8 = __f90_ilw_r8;
+  static constexpr auto r16 = __f90_ilw_r16;
+  static constexpr auto r16_ref = __f90_ilw_r16_ref;
   static constexpr auto end = __f90_eilw;
 };
 
@@ -104,6 +120,19 @@ class ListStatement {
       if (v.kind == 1) return Entries::l1(s(), static_cast<int8_t>(v.value));
       if (v.kind == 8) return Entries::l8(s(), v.value);
       return Entries::l4(s(), static_cast<int32_t>(v.value));
+    });
+  }
+  ListStatement& item(float v) {
+    return run([&] { return Entries::r4(s(), v); });
+  }
+  ListStatement& item(double v) {
+    return run([&] { return Entries::r8(s(), v); });
+  }
+  ListStatement& item(Quad v) {
+    return run([&] {
+      if (!v.by_reference) return Entries::r16(s(), v.low, v.high);
+      const uint64_t image[2] = {v.low, v.high};
+      return Entries::r16_ref(s(), image);
     });
   }
   ListStatement& item(std::string_view v) {
