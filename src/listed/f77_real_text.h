@@ -104,16 +104,18 @@ inline bool f77_takes_f_form(int estimate, int significant) {
   return estimate >= -1 && estimate < significant;
 }
 
-// The width the namelist writer reserves for a real: its text less the
-// leading blank, the F width for zero.
+// The width the namelist writer reserves for a real: the F width (less
+// the leading blank) for zero and for an estimate from 0 to `significant`,
+// the E width otherwise.  The test is one unsigned comparison, and at the
+// estimates -1 and `significant` it disagrees with the form the text
+// takes; the namelist writer relies on these widths as they stand.
 template <int N>
 int32_t f77_real_width(const void* bits) {
   using Shape = F77RealShape<N>;
   constexpr F77RealLayout L = Shape::kLayout;
-  const F77RealClass c = f77_real_class<N>(bits);
-  if (c.zero || (!c.special && f77_takes_f_form(Shape::estimate(bits), L.significant)))
-    return L.field_f - 1;
-  return L.field_e - 1;
+  if (f77_real_class<N>(bits).zero) return L.field_f - 1;
+  const uint32_t estimate = static_cast<uint32_t>(Shape::estimate(bits));
+  return estimate < static_cast<uint32_t>(L.significant + 1) ? L.field_f - 1 : L.field_e - 1;
 }
 
 // The width the wrap test adds to the column before the real is written:

@@ -48,8 +48,9 @@ QAL_EXPORT int32_t __f90_qilog(const void* x) {
   return (t * 77 + (t >> 4)) >> 16;
 }
 
-// The widths follow the form the list writer picks, from the same
-// estimate, so a namelist reserves what the real will take.
+// The widths a namelist reserves for a real, from the same estimate as
+// the list writer's choice of form (see f77_real_width for where the two
+// part).
 QAL_EXPORT int32_t __f90_width_f77compat(const float* x) { return f77_real_width<4>(x); }
 
 QAL_EXPORT int32_t __f90_dwidth_f77compat(double x) { return f77_real_width<8>(&x); }

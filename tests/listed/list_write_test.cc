@@ -16,7 +16,6 @@ using namespace qal::test;
 
 namespace {
 
-
 // Change a connected unit by hand, as OPEN would have left it.
 template <class F>
 void adjust_unit(int64_t n, F f) {
