@@ -6,6 +6,7 @@
 
 #include <string.h>
 
+#include <array>
 #include <bit>
 
 #include "formatted/real_edit.h"
@@ -203,6 +204,14 @@ bool describe_real(const int32_t* op, int32_t default_w, int32_t default_d, Real
   return true;
 }
 
+// 10**0 .. 10**27, exact in the x87 format.
+constexpr auto kExactTens = [] {
+  std::array<long double, 28> t{};
+  t[0] = 1;
+  for (size_t k = 1; k < t.size(); ++k) t[k] = t[k - 1] * 10;
+  return t;
+}();
+
 // 10**D in the precision the G choice is made in, by repeated squaring.
 template <class T>
 T power_of_ten(int32_t D) {
@@ -332,9 +341,14 @@ class RealEditor {
   int32_t digits_ahead_of_point() {
     const long double m = x_.wide_magnitude();
     if (m < 1e27L) {
-      int32_t n = 1;
-      for (long double p = 10; m >= p; p *= 10) ++n;
-      return n;
+      // m lies in [2**b, 2**(b+1)), whose decimal logarithm spans less
+      // than one: floor(b log10 2) or one more.
+      uint16_t sign_exponent;
+      memcpy(&sign_exponent, reinterpret_cast<const char*>(&m) + 8, 2);
+      const int32_t b = (sign_exponent & 0x7fff) - 16383;
+      int32_t n = (b * 1233) >> 12;
+      n += m >= kExactTens[n + 1];
+      return n + 1;
     }
     x_.to_decimal(FPR_ZERO, DECIMAL_FLOATING, 1, rec_);
     return rec_.exponent + rec_.ndigits;

@@ -360,6 +360,17 @@ TEST_F(FormatItems, GCountsTheDigitsAheadOfThePoint) {
                   .all(1000.0, 999.9999999999999, 9.999, 99999.0);
             }),
             "    1000.000000000000    \n    999.9999999999999    \n   9.999    \n  0.1000E+06\n");
+  // Either side of every power of ten that G40.30 still edits in F: the
+  // integer digits are those of floor(x), and 30 - n digits follow.
+  for (int k = 1; k <= 26; ++k) {
+    const double at = __builtin_pow(10.0, k);
+    for (const double x : {__builtin_nextafter(at, 0.0), at}) {
+      char whole[64], want[64];
+      const int n = snprintf(whole, sizeof whole, "%.0f", __builtin_floor(x));
+      snprintf(want, sizeof want, "%36.*f    \n", 30 - n, x);
+      EXPECT_EQ(file_text([x] { FormattedWrite(10, "(G40.30)").all(x); }), want) << x;
+    }
+  }
 }
 
 TEST_F(FormatItems, OldDialectLooksOnlyAtTheSize) {
