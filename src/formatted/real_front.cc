@@ -428,13 +428,92 @@ class RealEditor {
 };
 
 template <int N>
+int edit_as(FieldWriter& f, Form form, int32_t w, int32_t d, int32_t e, const void* value) {
+  return RealEditor<N>(f, Real<N>::load(value)).edit({form, w, d, e});
+}
+
+// A descriptor of the table goes to the front end of its family.
+template <int N>
 int edit_precision(FieldWriter& f, const int32_t* op, const void* value) {
   RealDescriptor r;
   if (!describe_real(op, Real<N>::kDefaultW, Real<N>::kDefaultD, r)) return ERR_EDIT_TYPE_MISMATCH;
-  return RealEditor<N>(f, Real<N>::load(value)).edit(r);
+  const bool with_e = r.e != kNoExponentWidth;
+  switch (r.form) {
+    case Form::E:
+    case Form::D: {
+      const char letter = r.form == Form::D ? 'D' : 'E';
+      return with_e ? wrt_ewde<N>(f, r.w, r.d, r.e, letter, value)
+                    : wrt_ewd<N>(f, r.w, r.d, letter, value);
+    }
+    case Form::EN:
+      return with_e ? wrt_enwde<N>(f, r.w, r.d, r.e, value) : wrt_enwd<N>(f, r.w, r.d, value);
+    case Form::ES:
+      return with_e ? wrt_eswde<N>(f, r.w, r.d, r.e, value) : wrt_eswd<N>(f, r.w, r.d, value);
+    case Form::F:
+      return wrt_fwd<N>(f, r.w, r.d, value);
+    default:
+      return with_e ? wrt_gwde<N>(f, r.w, r.d, r.e, value) : wrt_gwd<N>(f, r.w, r.d, value);
+  }
 }
 
 }  // namespace
+
+template <int N>
+int wrt_ewd(FieldWriter& f, int32_t w, int32_t d, char letter, const void* value) {
+  return edit_as<N>(f, letter == 'D' ? Form::D : Form::E, w, d, kNoExponentWidth, value);
+}
+template <int N>
+int wrt_ewde(FieldWriter& f, int32_t w, int32_t d, int32_t e, char letter, const void* value) {
+  return edit_as<N>(f, letter == 'D' ? Form::D : Form::E, w, d, e, value);
+}
+template <int N>
+int wrt_enwd(FieldWriter& f, int32_t w, int32_t d, const void* value) {
+  return edit_as<N>(f, Form::EN, w, d, kNoExponentWidth, value);
+}
+template <int N>
+int wrt_enwde(FieldWriter& f, int32_t w, int32_t d, int32_t e, const void* value) {
+  return edit_as<N>(f, Form::EN, w, d, e, value);
+}
+template <int N>
+int wrt_eswd(FieldWriter& f, int32_t w, int32_t d, const void* value) {
+  return edit_as<N>(f, Form::ES, w, d, kNoExponentWidth, value);
+}
+template <int N>
+int wrt_eswde(FieldWriter& f, int32_t w, int32_t d, int32_t e, const void* value) {
+  return edit_as<N>(f, Form::ES, w, d, e, value);
+}
+template <int N>
+int wrt_fwd(FieldWriter& f, int32_t w, int32_t d, const void* value) {
+  return edit_as<N>(f, Form::F, w, d, kNoExponentWidth, value);
+}
+template <int N>
+int wrt_gwd(FieldWriter& f, int32_t w, int32_t d, const void* value) {
+  return edit_as<N>(f, Form::G, w, d, kNoExponentWidth, value);
+}
+template <int N>
+int wrt_gwde(FieldWriter& f, int32_t w, int32_t d, int32_t e, const void* value) {
+  return edit_as<N>(f, Form::G, w, d, e, value);
+}
+
+int wrt_e_r16(FieldWriter& f, const void* value) {
+  return wrt_ewd<16>(f, Real<16>::kDefaultW, Real<16>::kDefaultD, 'E', value);
+}
+
+// The three precisions of every front end.
+#define QAL_REAL_FRONT_ENDS(N)                                                          \
+  template int wrt_ewd<N>(FieldWriter&, int32_t, int32_t, char, const void*);           \
+  template int wrt_ewde<N>(FieldWriter&, int32_t, int32_t, int32_t, char, const void*); \
+  template int wrt_enwd<N>(FieldWriter&, int32_t, int32_t, const void*);                \
+  template int wrt_enwde<N>(FieldWriter&, int32_t, int32_t, int32_t, const void*);      \
+  template int wrt_eswd<N>(FieldWriter&, int32_t, int32_t, const void*);                \
+  template int wrt_eswde<N>(FieldWriter&, int32_t, int32_t, int32_t, const void*);      \
+  template int wrt_fwd<N>(FieldWriter&, int32_t, int32_t, const void*);                 \
+  template int wrt_gwd<N>(FieldWriter&, int32_t, int32_t, const void*);                 \
+  template int wrt_gwde<N>(FieldWriter&, int32_t, int32_t, int32_t, const void*);
+QAL_REAL_FRONT_ENDS(4)
+QAL_REAL_FRONT_ENDS(8)
+QAL_REAL_FRONT_ENDS(16)
+#undef QAL_REAL_FRONT_ENDS
 
 int edit_real(FieldWriter& f, const int32_t* op, const void* value, int size) {
   switch (size) {

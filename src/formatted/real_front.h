@@ -10,6 +10,32 @@
 
 namespace qal {
 
+// The front ends, one family per descriptor, each a template over the
+// precision N (4, 8 or 16 bytes); `value` is the image as in memory.  E
+// and D print `letter`; Ew, Fw and the like pass d = 0.
+template <int N>
+int wrt_ewd(FieldWriter& f, int32_t w, int32_t d, char letter, const void* value);
+template <int N>
+int wrt_ewde(FieldWriter& f, int32_t w, int32_t d, int32_t e, char letter, const void* value);
+template <int N>
+int wrt_enwd(FieldWriter& f, int32_t w, int32_t d, const void* value);
+template <int N>
+int wrt_enwde(FieldWriter& f, int32_t w, int32_t d, int32_t e, const void* value);
+template <int N>
+int wrt_eswd(FieldWriter& f, int32_t w, int32_t d, const void* value);
+template <int N>
+int wrt_eswde(FieldWriter& f, int32_t w, int32_t d, int32_t e, const void* value);
+template <int N>
+int wrt_fwd(FieldWriter& f, int32_t w, int32_t d, const void* value);
+template <int N>
+int wrt_gwd(FieldWriter& f, int32_t w, int32_t d, const void* value);
+template <int N>
+int wrt_gwde(FieldWriter& f, int32_t w, int32_t d, int32_t e, const void* value);
+
+// The bare E of a REAL*16 in the old dialect: wrt_ewd with the default
+// width and digits of its precision.
+int wrt_e_r16(FieldWriter& f, const void* value);
+
 // Edits the value at `value` (4, 8 or 16 bytes as in memory) under the real
 // descriptor `op` of a format table (codes D to G, all their forms; a bare
 // descriptor takes the widths of its precision).  1215 for any other op.

@@ -304,6 +304,8 @@ inline int edit_f77(FieldWriter& f, const int32_t* op, const void* address, int6
     if (size == 4 || size == 8) return edit_real(f, op, bytes, static_cast<int>(size));
     unsigned char quad[16] = {};
     memcpy(quad, bytes, static_cast<size_t>(size < 16 ? size : 16));
+    // Bare D and E of any other size are the REAL*16 bare E.
+    if (code == FMT_D || code == FMT_E) return wrt_e_r16(f, quad);
     return edit_real(f, op, quad, 16);
   }
   const Descriptor d = describe(op);

@@ -381,6 +381,16 @@ TEST_F(FormatItems, OldDialectLooksOnlyAtTheSize) {
                   .all(int8_t{-3}, "ab", Logical{0x100, 4}, 5, int16_t{-1}, 5);
             }),
             "     -3  25185 T  T   FFFF\n");
+  // Bare D keeps its letter on a double; on any size but 4 and 8 it is the
+  // bare E of a REAL*16.
+  ScratchDir dir;
+  FormattedWrite w(10, "(D,/,D)", SF_F77_WRITE);
+  w.start().item(1.0);
+  EXPECT_EQ(__f90_sfw_r16(&w.stmt(), 0, uint64_t{0x3fff} << 48), 0);
+  w.end();
+  close_unit(10);
+  EXPECT_EQ(dir.read("fort.10"), "   0.1000000000000000D+01\n   0." +
+                                     std::string(33, '0').replace(0, 1, "1") + "E+01\n");
 }
 
 TEST_F(FormatFailures, NumbersReturned) {
