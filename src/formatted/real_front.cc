@@ -318,8 +318,11 @@ class RealEditor {
     if (x_.is_zero()) return wrt_gwde_zero(f_, r.w, r.d, e);
     if (x_.is_infinity()) return wrt_flt_infinity(f_, r.w, r.d, x_.negative());
     if (x_.is_nan()) return wrt_flt_nan(f_, r.w, x_.negative());
-    if (!chooses_fixed(r.d)) return exponential(r.w, r.d, r.e, 'E');
-    const int32_t n = x_.wide_magnitude() < 1.0L ? 0 : digits_ahead_of_point();
+    // The magnitude in the widest hardware precision, for the choice and
+    // the count of integer digits (for REAL*16 a conversion of its own).
+    const long double m = x_.wide_magnitude();
+    if (!chooses_fixed(r.d, m)) return exponential(r.w, r.d, r.e, 'E');
+    const int32_t n = m < 1.0L ? 0 : digits_ahead_of_point(m);
     const int32_t field = r.w - (e + 2);
     if (field <= 0 || r.d - n < 0) return fill_field(r.w, '*');
     const int32_t k = f_.scale_factor;
@@ -338,8 +341,7 @@ class RealEditor {
   // of ten to 10**27 are exact in the x87 format, and the magnitude in it
   // is exact or (for REAL*16) cut toward zero, so comparing with them
   // decides; beyond, the point's place after one digit cut toward zero.
-  int32_t digits_ahead_of_point() {
-    const long double m = x_.wide_magnitude();
+  int32_t digits_ahead_of_point(long double m) {
     if (m < 1e27L) {
       // m lies in [2**b, 2**(b+1)), whose decimal logarithm spans less
       // than one: floor(b log10 2) or one more.
@@ -354,7 +356,7 @@ class RealEditor {
     return rec_.exponent + rec_.ndigits;
   }
 
-  bool chooses_fixed(int32_t d) const {
+  bool chooses_fixed(int32_t d, long double N_) const {
     long double rterm;
     switch (f_.round) {
       case ROUND_UP:
@@ -373,7 +375,6 @@ class RealEditor {
         rterm = 0.5L;
     }
     const int32_t D = d > 509 ? 509 : d;
-    const long double N_ = x_.wide_magnitude();
     if (D <= 37) return in_fixed_range<float>(N_, rterm, D);
     if (D <= 307) return in_fixed_range<double>(N_, rterm, D);
     return in_fixed_range<long double>(N_, rterm, D);
