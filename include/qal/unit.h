@@ -55,7 +55,17 @@ enum UnitFlags {
 };
 
 /* Second connection word `flags2`. */
-enum UnitFlags2 { UF2_BYTE_SWAP = 0x0200, UF2_ALIGNMENT = 0x1c00, UF2_TRUNCATE_PENDING = 0x2000 };
+/* UF2_RECORD_BROKEN and UF2_LOSS_REPORTED are the library's own: a failed
+ * output statement left its record to be ended by the next start, flush or
+ * close; the end-of-run pass has already said that this unit's output could
+ * not be written. */
+enum UnitFlags2 {
+  UF2_BYTE_SWAP = 0x0200,
+  UF2_ALIGNMENT = 0x1c00,
+  UF2_TRUNCATE_PENDING = 0x2000,
+  UF2_RECORD_BROKEN = 0x4000,
+  UF2_LOSS_REPORTED = 0x8000
+};
 
 typedef struct Unit {
   pthread_mutex_t lock;     /* guards owner, waiters, hold_count, removal */

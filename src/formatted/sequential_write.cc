@@ -36,7 +36,7 @@ int fail(Stmt* s, int err, uint64_t bytes = 0) {
   FailureDetail d;
   d.bytes_line = err == ERR_OUT_OF_MEMORY;
   d.bytes = bytes;
-  return fail_statement(statement_ref(s), s->unit_ptr, err, d);
+  return fail_output_statement(statement_ref(s), s->unit_ptr, err, d);
 }
 
 // Moves the record pointers of the unit from one base to another.
@@ -58,8 +58,7 @@ struct SequentialRecord {
   __attribute__((noinline)) bool make_room(int64_t size, int* err) {
     Unit* u = stmt->unit_ptr;
     if (u->flush_ptr < u->record_start) {
-      if (int e =
-              write_raw(u, u->flush_ptr, static_cast<uint64_t>(u->record_start - u->flush_ptr))) {
+      if (int e = push_out(u, u->record_start)) {
         *err = e;
         return false;
       }
@@ -155,8 +154,7 @@ struct SequentialRecord {
         continue;
       }
       if (u->data_end >= u->buffer_end) {
-        if (int err = write_raw(u, u->flush_ptr, static_cast<uint64_t>(u->data_end - u->flush_ptr)))
-          return fail(err, 0);
+        if (int err = push_out(u, u->data_end)) return fail(err, 0);
         reset_cursors(u);
       }
       *u->data_end++ = '\n';

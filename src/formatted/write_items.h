@@ -337,7 +337,7 @@ inline int edit_f77(FieldWriter& f, const int32_t* op, const void* address, int6
     const int32_t w = d.bare ? 2 : d.w;
     if (size < 8) {
       uint32_t low = 0;
-      memcpy(&low, bytes, static_cast<size_t>(size));
+      memcpy(&low, bytes, static_cast<size_t>(size < 4 ? size : 4));
       return wrt_logical_l4(f, w, static_cast<int32_t>(low));
     }
     if (size == 8) {

@@ -58,7 +58,27 @@ int connect_implicitly(int64_t unit, Unit* u, bool for_output, const Location* l
 // Raw transfer to the unit's stream or descriptor; errno value or 0.  These
 // neither release nor report.
 int write_raw(Unit* u, const void* data, uint64_t length);
+// Writes flush_ptr..upto.  flush_ptr follows every write that gets through,
+// a short one too, so that bytes that reached the file never go out again
+// when a later write fails and the flush is tried once more.
+int push_out(Unit* u, const char* upto);
+// The whole of a writing unit's pending output, then the stream's buffer.
 int flush_raw(Unit* u);
+
+// The current output record ends at data_end: the next one starts there.
+inline void close_record_here(Unit* u) {
+  u->data_ptr = u->record_start = u->record_pos = u->record_high = u->record_end = u->data_end;
+  u->column = 0;
+}
+
+// A failed output statement ends the record it was composing, or that an
+// earlier non-advancing statement left open, so that the next statement
+// never extends half a record.  The newline goes into the buffer, or, when
+// the buffer is full because the file refused its bytes, UF2_RECORD_BROKEN
+// leaves it to the next start, flush or close.
+void break_open_record(Unit* u);
+// The newline that UF2_RECORD_BROKEN owes; pushes out a full buffer first.
+int settle_broken_record(Unit* u);
 
 int32_t synchronous_flag();
 
@@ -86,6 +106,10 @@ struct FailureDetail {
   uint64_t bytes = 0;
   const char* file_name = nullptr;  // shown instead of the unit's own name
 };
+
+// The exit of a failing output statement: ends its record, then as
+// fail_statement.
+int fail_output_statement(const StatementRef& s, Unit* u, int err, FailureDetail detail = {});
 
 // The one exit of a failing statement: free a run-time format, then either
 // release the unit and return the number, or copy the file name, release,

@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "frame/frame.h"
+#include "frame/report.h"
 
 using namespace qal;
 
@@ -69,32 +70,61 @@ int write_raw(Unit* u, const void* data, uint64_t length) {
   return 0;
 }
 
+int push_out(Unit* u, const char* upto) {
+  while (u->flush_ptr < upto) {
+    const size_t want = static_cast<size_t>(upto - u->flush_ptr);
+    if (u->stream) {
+      errno = 0;
+      const size_t n = fwrite(u->flush_ptr, 1, want, u->stream);
+      u->flush_ptr += n;
+      if (n < want) {
+        if (errno == EINTR && (u->flags & UF_RETRY_EINTR)) {
+          clearerr(u->stream);
+          continue;
+        }
+        return last_errno();
+      }
+    } else {
+      const ssize_t n = write(u->fd, u->flush_ptr, want);
+      if (n < 0) {
+        if (errno == EINTR && (u->flags & UF_RETRY_EINTR)) continue;
+        return last_errno();
+      }
+      if (n == 0) return EIO;
+      u->flush_ptr += n;
+    }
+  }
+  return 0;
+}
+
+void break_open_record(Unit* u) {
+  if (!(u->flags & UF_LAST_WRITE) || !u->buffer) return;
+  if (u->column == 0 && u->data_end <= u->data_ptr) return;
+  if (u->data_end < u->buffer_end) {
+    *u->data_end++ = '\n';
+    close_record_here(u);
+  } else {
+    u->flags2 |= UF2_RECORD_BROKEN;
+  }
+}
+
+int settle_broken_record(Unit* u) {
+  if (u->data_end >= u->buffer_end) {
+    if (int err = push_out(u, u->data_end)) return err;
+    reset_cursors(u);
+  }
+  *u->data_end++ = '\n';
+  close_record_here(u);
+  u->flags2 &= ~UF2_RECORD_BROKEN;
+  return 0;
+}
+
 int flush_raw(Unit* u) {
   if (!(u->flags & UF_CONNECTED)) return 0;
-  if ((u->flags & UF_LAST_WRITE) && u->data_end > u->flush_ptr) {
-    while (u->flush_ptr < u->data_end) {
-      const size_t want = static_cast<size_t>(u->data_end - u->flush_ptr);
-      if (u->stream) {
-        errno = 0;
-        const size_t n = fwrite(u->flush_ptr, 1, want, u->stream);
-        u->flush_ptr += n;
-        if (n < want) {
-          if (errno == EINTR && (u->flags & UF_RETRY_EINTR)) {
-            clearerr(u->stream);
-            continue;
-          }
-          return last_errno();
-        }
-      } else {
-        const ssize_t n = write(u->fd, u->flush_ptr, want);
-        if (n < 0) {
-          if (errno == EINTR && (u->flags & UF_RETRY_EINTR)) continue;
-          return last_errno();
-        }
-        if (n == 0) return EIO;
-        u->flush_ptr += n;
-      }
-    }
+  if (u->flags & UF_LAST_WRITE) {
+    if (u->flags2 & UF2_RECORD_BROKEN)
+      if (int err = settle_broken_record(u)) return err;
+    if (int err = push_out(u, u->data_end)) return err;
   }
   if (u->stream && fflush(u->stream) != 0) return last_errno();
   return 0;
@@ -129,6 +159,11 @@ int fail_statement(const StatementRef& s, Unit* u, int err, FailureDetail detail
   }
   if (u) __f90_release_unit(u);
   return err;
+}
+
+int fail_output_statement(const StatementRef& s, Unit* u, int err, FailureDetail detail) {
+  if (u) break_open_record(u);
+  return fail_statement(s, u, err, detail);
 }
 
 int start_take_unit(const StatementRef& s, const StartMode& mode) {
@@ -225,6 +260,8 @@ int start_check_and_turn(const StatementRef& s, Unit* u, const StartMode& mode) 
       reset_cursors(u);
       u->flags &= ~UF_LAST_READ;
     }
+    if (u->flags2 & UF2_RECORD_BROKEN)
+      if (int err = settle_broken_record(u)) return fail_statement(s, u, err);
     if (!(u->flags & UF_LAST_WRITE)) {
       if (u->flags & UF_REGULAR_FILE) {
         if (__f90_io_delay_ftrunc) {
@@ -252,8 +289,7 @@ int start_check_and_turn(const StatementRef& s, Unit* u, const StartMode& mode) 
 int end_push(const StatementRef& s, Unit* u) {
   const bool pending = u->data_end > u->flush_ptr;
   if (pending && (u->stream || (u->flags & UF_STANDARD_STREAM) || synchronous_flag())) {
-    if (int err = write_raw(u, u->flush_ptr, static_cast<uint64_t>(u->data_end - u->flush_ptr)))
-      return fail_statement(s, u, err);
+    if (int err = push_out(u, u->data_end)) return fail_statement(s, u, err);
     reset_cursors(u);
   }
   if (__f90_io_delay_ftrunc && (u->flags2 & UF2_TRUNCATE_PENDING)) {
@@ -275,10 +311,25 @@ int end_push(const StatementRef& s, Unit* u) {
 
 namespace {
 
+// Output that the end-of-run pass could not write is gone once the
+// process ends, so the pass says so, once per unit, on stderr.
+void report_lost_output(Unit* u, int err) {
+  if (u->flags2 & UF2_LOSS_REPORTED) return;
+  u->flags2 |= UF2_LOSS_REPORTED;
+  char name[kNameCopySize];
+  const char* file = __f90_copy_filename(u, name);
+  write_report(" Output lost:  %lld bytes of unit %lld, file %s, could not be written: %s\n",
+               {static_cast<long long>(u->data_end - u->flush_ptr),
+                static_cast<long long>(u->unit_number), file ? file : "", strerror(err)});
+  fflush(stderr);
+}
+
 // One unit of the end-of-run pass.  Units held by another thread are
-// skipped, not waited for: the pass may run inside a fatal report.
+// skipped, not waited for: the pass may run inside a fatal report, and the
+// holder may be the very thread that is stuck.  The connection word is only
+// read once the unit is taken: OPEN and CLOSE write it while they hold it.
 void pass_over_unit(Unit* u, bool remove_scratch) {
-  if (!u || !(u->flags & UF_CONNECTED)) return;
+  if (!u) return;
   const pthread_t self = pthread_self();
   pthread_mutex_lock(&u->lock);
   if (u->hold_count != 0 && !pthread_equal(u->owner, self)) {
@@ -289,7 +340,9 @@ void pass_over_unit(Unit* u, bool remove_scratch) {
   u->hold_count++;
   pthread_mutex_unlock(&u->lock);
 
-  if (remove_scratch && (u->flags & UF_SCRATCH)) {
+  if (!(u->flags & UF_CONNECTED)) {
+    // Nothing to do: the record stays for whoever made it.
+  } else if (remove_scratch && (u->flags & UF_SCRATCH)) {
     // The file goes, the connection stays; its pending data is dropped.
     if (u->file_name) {
       unlink(u->file_name);
@@ -297,11 +350,10 @@ void pass_over_unit(Unit* u, bool remove_scratch) {
       u->file_name = nullptr;
     }
   } else if ((u->flags & UF_LAST_WRITE) && !u->stream && u->buffer) {
-    while (u->flush_ptr < u->data_end) {
-      const ssize_t n = write(u->fd, u->flush_ptr, static_cast<size_t>(u->data_end - u->flush_ptr));
-      if (n <= 0) break;
-      u->flush_ptr += n;
-    }
+    int err = 0;
+    if (u->flags2 & UF2_RECORD_BROKEN) err = settle_broken_record(u);
+    if (!err) err = push_out(u, u->data_end);
+    if (err && remove_scratch) report_lost_output(u, err);
   }
 
   pthread_mutex_lock(&u->lock);

@@ -25,15 +25,12 @@ using Stmt = IoStatementSlw;
 constexpr StartMode kListWrite{true, true, true};
 
 inline int fail(Stmt* s, int err, FailureDetail d = {}) {
-  return fail_statement(statement_ref(s), s->unit_ptr, err, d);
+  return fail_output_statement(statement_ref(s), s->unit_ptr, err, d);
 }
 
 // Write flush_ptr..data_end out and start the buffer afresh.
 int flush_buffer(Stmt* s, Unit* u) {
-  if (u->data_end > u->flush_ptr) {
-    if (int err = write_raw(u, u->flush_ptr, static_cast<uint64_t>(u->data_end - u->flush_ptr)))
-      return fail(s, err);
-  }
+  if (int err = push_out(u, u->data_end)) return fail(s, err);
   reset_cursors(u);
   return 0;
 }

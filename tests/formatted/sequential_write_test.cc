@@ -381,6 +381,11 @@ TEST_F(FormatItems, OldDialectLooksOnlyAtTheSize) {
                   .all(int8_t{-3}, "ab", Logical{0x100, 4}, 5, int16_t{-1}, 5);
             }),
             "     -3  25185 T  T   FFFF\n");
+  // Items of five to seven bytes are tested on their first four only.
+  EXPECT_EQ(file_text([] {
+              FormattedWrite(10, "(3L3)", SF_F77_WRITE).all("abcde", "\0\0\0\0fg", "abcdefg");
+            }),
+            "  T  F  T\n");
   // Bare D keeps its letter on a double; on any size but 4 and 8 it is the
   // bare E of a REAL*16.
   ScratchDir dir;
@@ -420,9 +425,9 @@ TEST_F(FormatFailures, NumbersReturned) {
             ERR_CORRUPTED_FORMAT);
   EXPECT_EQ(FormattedWrite(10, nullptr, nullptr, SF_ERR_RETURN).all(1), ERR_CORRUPTED_FORMAT);
   close_unit(10);
-  // What the failed statements wrote stays: nothing is taken back.  The
-  // record that ('a') began again is where L0 of the old dialect goes on.
-  EXPECT_EQ(dir.read("fort.10"), "a\naT\n");
+  // What the failed statements wrote stays: nothing is taken back, but the
+  // record that ('a') began again is ended, so L0 starts a record of its own.
+  EXPECT_EQ(dir.read("fort.10"), "a\na\nT\n");
 }
 
 TEST_F(FormatFailures, ConnectionChecks) {
@@ -459,8 +464,9 @@ TEST_F(FormatFailures, FatalReports) {
                        "descriptor\n"
                        " Location:  the WRITE statement at line 7 of \"test.f90\"\n"
                        " Unit:  10\n File:  fort.10\n");
-  // The banner's cleanup writes what the statement had buffered.
-  EXPECT_EQ(dir.read("fort.10"), "abc\nabc");
+  // The banner's cleanup writes what the statement had buffered, its
+  // unfinished record ended.
+  EXPECT_EQ(dir.read("fort.10"), "abc\nabc\n");
   r = run_in_child([] { FormattedWrite::print("(I1,L1)").all(1, 2); });
   EXPECT_EQ(r.err, kBanner +
                        " Error 1215:  a data edit descriptor and I/O list item type are "

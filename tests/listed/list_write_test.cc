@@ -139,8 +139,8 @@ TEST(ListWriteRecords, ItemLongerThanRecordIs1010) {
                        " Error 1010:  record too long\n"
                        " Location:  the WRITE statement at line 7 of \"test.f90\"\n"
                        " Unit:  10\n File:  fort.10\n");
-  // The failed statements leave their opened record behind: a blank.
-  EXPECT_EQ(dir.read("fort.10"), " 1234\n ");
+  // Each failed statement ends the record it had begun: a blank.
+  EXPECT_EQ(dir.read("fort.10"), " 1234\n \n \n");
 }
 
 TEST(ListWriteRecords, LargeTextBypassesTheBuffer) {
