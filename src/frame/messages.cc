@@ -354,8 +354,8 @@ extern QAL_EXPORT const char* const __f90_misc_format[MISC_FORMAT_COUNT] = {
     /* 24 */ " Incorrect symbol:  %s^\n",
     /* 25 */ " Format string has no right parenthesis!\n",
     /* 26 */
-    " The SOURCE argument to RESHAPE is not large enough : it has %ld elements and needs to have "
-    "%ld elements\n",
+    (" The SOURCE argument to RESHAPE is not large enough : it has %ld elements and needs to "
+     "have %ld elements\n"),
     /* 27 */ " Attempting to use an unassociated POINTER '%s'\n",
     /* 28 */ " Attempting to use an unallocated ALLOCATABLE '%s'\n",
     /* 29 */ " Attempting to use a missing optional dummy '%s'\n",

@@ -72,6 +72,9 @@ struct ExternalListEntries {
   static constexpr auto r8 = __f90_slw_r8;
   static constexpr auto r16 = __f90_slw_r16;
   static constexpr auto r16_ref = __f90_slw_r16_ref;
+  static constexpr auto c4 = __f90_slw_c4;
+  static constexpr auto c8 = __f90_slw_c8;
+  static constexpr auto c16 = __f90_slw_c16;
   static constexpr auto end = __f90_eslw;
 };
 
@@ -90,6 +93,9 @@ struct InternalListEntries {
   static constexpr auto r8 = __f90_ilw_r8;
   static constexpr auto r16 = __f90_ilw_r16;
   static constexpr auto r16_ref = __f90_ilw_r16_ref;
+  static constexpr auto c4 = __f90_ilw_c4;
+  static constexpr auto c8 = __f90_ilw_c8;
+  static constexpr auto c16 = __f90_ilw_c16;
   static constexpr auto end = __f90_eilw;
 };
 
