@@ -181,26 +181,33 @@ struct RealDescriptor {
   int32_t w, d, e;  // e is kNoExponentWidth when not given
 };
 
-// The descriptor at `op`; bare forms get the precision's widths.
-bool describe_real(const int32_t* op, int32_t default_w, int32_t default_d, RealDescriptor& r) {
-  const int32_t code = op[0];
-  if (code < FMT_D || code > FMT_G_W_D_E) return false;
-  // Families of four (F has three): bare, w, w.d, w.d.e.
-  static constexpr struct {
-    int32_t first;
-    Form form;
-  } kFamilies[] = {{FMT_D, Form::D},   {FMT_E, Form::E}, {FMT_EN, Form::EN},
-                   {FMT_ES, Form::ES}, {FMT_F, Form::F}, {FMT_G, Form::G}};
-  int32_t first = FMT_D;
-  for (const auto& family : kFamilies)
-    if (code >= family.first) {
-      first = family.first;
-      r.form = family.form;
-    }
-  const int32_t shape = code - first;  // 0 bare, 1 w, 2 w.d, 3 w.d.e
-  r.w = shape == 0 ? default_w : op[1];
-  r.d = shape == 0 ? default_d : shape == 1 ? 0 : op[2];
-  r.e = shape == 3 ? op[3] : kNoExponentWidth;
+// The descriptor's widths; bare forms get the precision's.
+bool describe_real(const DataEdit& de, int32_t default_w, int32_t default_d, RealDescriptor& r) {
+  switch (de.kind) {
+    case DataEdit::D:
+      r.form = Form::D;
+      break;
+    case DataEdit::E:
+      r.form = Form::E;
+      break;
+    case DataEdit::EN:
+      r.form = Form::EN;
+      break;
+    case DataEdit::ES:
+      r.form = Form::ES;
+      break;
+    case DataEdit::F:
+      r.form = Form::F;
+      break;
+    case DataEdit::G:
+      r.form = Form::G;
+      break;
+    default:
+      return false;
+  }
+  r.w = de.bare() ? default_w : de.w;
+  r.d = de.bare() ? default_d : de.shape == 1 ? 0 : de.d;
+  r.e = de.has_exponent() ? de.e : kNoExponentWidth;
   return true;
 }
 
@@ -435,9 +442,9 @@ int edit_as(FieldWriter& f, Form form, int32_t w, int32_t d, int32_t e, const vo
 
 // A descriptor of the table goes to the front end of its family.
 template <int N>
-int edit_precision(FieldWriter& f, const int32_t* op, const void* value) {
+int edit_precision(FieldWriter& f, const DataEdit& de, const void* value) {
   RealDescriptor r;
-  if (!describe_real(op, Real<N>::kDefaultW, Real<N>::kDefaultD, r)) return ERR_EDIT_TYPE_MISMATCH;
+  if (!describe_real(de, Real<N>::kDefaultW, Real<N>::kDefaultD, r)) return ERR_EDIT_TYPE_MISMATCH;
   const bool with_e = r.e != kNoExponentWidth;
   switch (r.form) {
     case Form::E:
@@ -516,14 +523,14 @@ QAL_REAL_FRONT_ENDS(8)
 QAL_REAL_FRONT_ENDS(16)
 #undef QAL_REAL_FRONT_ENDS
 
-int edit_real(FieldWriter& f, const int32_t* op, const void* value, int size) {
+int edit_real(FieldWriter& f, const DataEdit& de, const void* value, int size) {
   switch (size) {
     case 4:
-      return edit_precision<4>(f, op, value);
+      return edit_precision<4>(f, de, value);
     case 8:
-      return edit_precision<8>(f, op, value);
+      return edit_precision<8>(f, de, value);
     default:
-      return edit_precision<16>(f, op, value);
+      return edit_precision<16>(f, de, value);
   }
 }
 

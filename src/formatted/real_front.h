@@ -6,6 +6,7 @@
 
 #include <stdint.h>
 
+#include "format/data_edit.h"
 #include "formatted/output_edit.h"
 
 namespace qal {
@@ -36,9 +37,9 @@ int wrt_gwde(FieldWriter& f, int32_t w, int32_t d, int32_t e, const void* value)
 // width and digits of its precision.
 int wrt_e_r16(FieldWriter& f, const void* value);
 
-// Edits the value at `value` (4, 8 or 16 bytes as in memory) under the real
-// descriptor `op` of a format table (codes D to G, all their forms; a bare
-// descriptor takes the widths of its precision).  1215 for any other op.
-int edit_real(FieldWriter& f, const int32_t* op, const void* value, int size);
+// Edits the value at `value` (4, 8 or 16 bytes as in memory) under a real
+// descriptor (D, E, EN, ES, F, G in all their forms; a bare one takes the
+// widths of its precision).  1215 for any other descriptor.
+int edit_real(FieldWriter& f, const DataEdit& de, const void* value, int size);
 
 }  // namespace qal

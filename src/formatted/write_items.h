@@ -17,6 +17,7 @@
 
 #include <type_traits>
 
+#include "format/data_edit.h"
 #include "format/format_walker.h"
 #include "formatted/output_edit.h"
 #include "formatted/real_front.h"
@@ -52,67 +53,6 @@ inline constexpr bool is_integer_item<IntegerItem<T>> = true;
 
 namespace write_detail {
 
-// A descriptor in the terms the editors need.
-struct Descriptor {
-  enum Kind { A, B, I, O, Z, L, G, Real, None } kind;
-  bool bare;  // no w
-  int32_t w, m;
-  const int32_t* op = nullptr;  // for the real editors, which read it whole
-};
-
-inline Descriptor describe_op(const int32_t* op);
-
-inline Descriptor describe(const int32_t* op) {
-  Descriptor d = describe_op(op);
-  d.op = op;
-  return d;
-}
-
-inline Descriptor describe_op(const int32_t* op) {
-  switch (op[0]) {
-    case FMT_A:
-      return {Descriptor::A, true, 0, 0};
-    case FMT_A_W:
-      return {Descriptor::A, false, op[1], 0};
-    case FMT_B:
-    case FMT_I:
-    case FMT_O:
-    case FMT_Z:
-    case FMT_L:
-    case FMT_G: {
-      const Descriptor::Kind k = op[0] == FMT_B   ? Descriptor::B
-                                 : op[0] == FMT_I ? Descriptor::I
-                                 : op[0] == FMT_O ? Descriptor::O
-                                 : op[0] == FMT_Z ? Descriptor::Z
-                                 : op[0] == FMT_L ? Descriptor::L
-                                                  : Descriptor::G;
-      return {k, true, 0, 1};
-    }
-    case FMT_B_W:
-    case FMT_B_W_M:
-      return {Descriptor::B, false, op[1], op[0] == FMT_B_W ? 1 : op[2]};
-    case FMT_I_W:
-    case FMT_I_W_M:
-      return {Descriptor::I, false, op[1], op[0] == FMT_I_W ? 1 : op[2]};
-    case FMT_O_W:
-    case FMT_O_W_M:
-      return {Descriptor::O, false, op[1], op[0] == FMT_O_W ? 1 : op[2]};
-    case FMT_Z_W:
-    case FMT_Z_W_M:
-      return {Descriptor::Z, false, op[1], op[0] == FMT_Z_W ? 1 : op[2]};
-    case FMT_L_W:
-      return {Descriptor::L, false, op[1], 0};
-    case FMT_G_W:
-    case FMT_G_W_D:
-    case FMT_G_W_D_E:
-      return {Descriptor::G, false, op[1], 1};
-    default:
-      break;
-  }
-  const bool real = (op[0] >= FMT_D && op[0] <= FMT_F_W_D && op[0] != FMT_D_W_D_E);
-  return {real ? Descriptor::Real : Descriptor::None, false, 0, 0};
-}
-
 // Bare widths by the item's size in bytes.
 inline int32_t bare_b_width(int64_t size) { return static_cast<int32_t>(8 * size + 1); }
 inline int32_t bare_ioz_width(int64_t size) {
@@ -130,16 +70,16 @@ Widened<T> widened(T value) {
 
 // I, B, O, Z of an integer value.
 template <class T>
-int edit_integer(FieldWriter& f, Descriptor::Kind kind, int32_t w, int32_t m, T value) {
+int edit_integer(FieldWriter& f, DataEdit::Kind kind, int32_t w, int32_t m, T value) {
   using U = std::make_unsigned_t<T>;
   using WideU = std::make_unsigned_t<Widened<T>>;
   const WideU bits = static_cast<WideU>(static_cast<U>(value));
   switch (kind) {
-    case Descriptor::I:
+    case DataEdit::I:
       return wrt_iwm<Widened<T>>(f, w, m, widened(value));
-    case Descriptor::B:
+    case DataEdit::B:
       return wrt_bwm<WideU>(f, w, m, bits);
-    case Descriptor::O:
+    case DataEdit::O:
       return wrt_owm<WideU>(f, w, m, bits);
     default:
       return wrt_zwm<WideU>(f, w, m, bits);
@@ -147,16 +87,16 @@ int edit_integer(FieldWriter& f, Descriptor::Kind kind, int32_t w, int32_t m, T 
 }
 
 // I, B, O, Z of a numeric item's bytes, lowest address least significant.
-inline int edit_numeric_bytes(FieldWriter& f, Descriptor::Kind kind, int32_t w, int32_t m,
+inline int edit_numeric_bytes(FieldWriter& f, DataEdit::Kind kind, int32_t w, int32_t m,
                               const void* bytes, int64_t size) {
   unsigned char copy[16];
   memcpy(copy, bytes, static_cast<size_t>(size));
   switch (kind) {
-    case Descriptor::I:
+    case DataEdit::I:
       return wrt_iwm_n(f, w, m, copy, size);
-    case Descriptor::B:
+    case DataEdit::B:
       return wrt_bwm_n(f, w, m, copy, size);
-    case Descriptor::O:
+    case DataEdit::O:
       return wrt_owm_n(f, w, m, copy, size);
     default:
       return wrt_zwm_n(f, w, m, copy, size);
@@ -165,19 +105,18 @@ inline int edit_numeric_bytes(FieldWriter& f, Descriptor::Kind kind, int32_t w, 
 
 // I, B, O, Z of a character string taken as one number, first byte most
 // significant.  The bare widths follow the length; bare I sizes itself.
-inline int edit_string_number(FieldWriter& f, const Descriptor& d, const char* text,
-                              int64_t length) {
+inline int edit_string_number(FieldWriter& f, const DataEdit& d, const char* text, int64_t length) {
   const auto* bytes = reinterpret_cast<const unsigned char*>(text);
   int32_t w = d.w;
-  if (d.bare) {
+  if (d.bare()) {
     switch (d.kind) {
-      case Descriptor::I:
+      case DataEdit::I:
         w = -1;
         break;
-      case Descriptor::B:
+      case DataEdit::B:
         w = length == 0 ? 2 : bare_b_width(length);
         break;
-      case Descriptor::O:
+      case DataEdit::O:
         w = static_cast<int32_t>(8 * length / 3 + (length % 3 ? 2 : length == 0 ? 2 : 1));
         break;
       default:
@@ -185,85 +124,85 @@ inline int edit_string_number(FieldWriter& f, const Descriptor& d, const char* t
     }
   }
   switch (d.kind) {
-    case Descriptor::I:
+    case DataEdit::I:
       return wrt_iwm_ch(f, w, d.m, bytes, length);
-    case Descriptor::B:
+    case DataEdit::B:
       return wrt_bwm_ch(f, w, d.m, bytes, length);
-    case Descriptor::O:
+    case DataEdit::O:
       return wrt_owm_ch(f, w, d.m, bytes, length);
     default:
       return wrt_zwm_ch(f, w, d.m, bytes, length);
   }
 }
 
-inline bool is_integer_kind(Descriptor::Kind k) {
-  return k == Descriptor::I || k == Descriptor::B || k == Descriptor::O || k == Descriptor::Z;
-}
+// D, E, EN, ES and F as the conforming dialect takes them: Dw.dEe is the
+// old dialect's alone.
+inline bool is_real_edit(const DataEdit& d) { return d.real_only() && d.code != FMT_D_W_D_E; }
 
-inline int32_t bare_width(Descriptor::Kind k, int64_t size) {
-  return k == Descriptor::B ? bare_b_width(size) : bare_ioz_width(size);
+inline int32_t bare_width(DataEdit::Kind k, int64_t size) {
+  return k == DataEdit::B ? bare_b_width(size) : bare_ioz_width(size);
 }
 
 template <class T>
-int edit(FieldWriter& f, const Descriptor& d, const IntegerItem<T>& item) {
-  if (d.kind == Descriptor::A)
-    return d.bare ? wrt_a(f, reinterpret_cast<const char*>(&item.value), sizeof(T))
-                  : wrt_aw(f, d.w, reinterpret_cast<const char*>(&item.value), sizeof(T));
-  if (d.kind == Descriptor::G)  // G of an integer is I
-    return edit_integer(f, Descriptor::I, d.bare ? bare_ioz_width(sizeof(T)) : d.w, 1, item.value);
-  if (is_integer_kind(d.kind))
-    return edit_integer(f, d.kind, d.bare ? bare_width(d.kind, sizeof(T)) : d.w, d.m, item.value);
-  if (d.kind == Descriptor::Real) {
+int edit(FieldWriter& f, const DataEdit& d, const IntegerItem<T>& item) {
+  if (d.kind == DataEdit::A)
+    return d.bare() ? wrt_a(f, reinterpret_cast<const char*>(&item.value), sizeof(T))
+                    : wrt_aw(f, d.w, reinterpret_cast<const char*>(&item.value), sizeof(T));
+  if (d.kind == DataEdit::G)  // G of an integer is I
+    return edit_integer(f, DataEdit::I, d.bare() ? bare_ioz_width(sizeof(T)) : d.w, 1, item.value);
+  if (d.integer_family())
+    return edit_integer(f, d.kind, d.bare() ? bare_width(d.kind, sizeof(T)) : d.w, d.m, item.value);
+  if (is_real_edit(d)) {
     // The bits as a real of the same size; one or two bytes are the low
     // end of a REAL*16.
-    if constexpr (sizeof(T) >= 4) return edit_real(f, d.op, &item.value, sizeof(T));
+    if constexpr (sizeof(T) >= 4) return edit_real(f, d, &item.value, sizeof(T));
     unsigned char quad[16] = {};
     memcpy(quad, &item.value, sizeof(T));
-    return edit_real(f, d.op, quad, 16);
+    return edit_real(f, d, quad, 16);
   }
   return ERR_EDIT_TYPE_MISMATCH;
 }
 
 template <class T>
-int edit(FieldWriter& f, const Descriptor& d, const LogicalItem<T>& item) {
-  if (d.kind == Descriptor::A)
-    return d.bare ? wrt_a(f, reinterpret_cast<const char*>(&item.value), sizeof(T))
-                  : wrt_aw(f, d.w, reinterpret_cast<const char*>(&item.value), sizeof(T));
-  if (d.kind == Descriptor::L || d.kind == Descriptor::G) {
-    const int32_t w = d.bare ? 2 : d.w;
+int edit(FieldWriter& f, const DataEdit& d, const LogicalItem<T>& item) {
+  if (d.kind == DataEdit::A)
+    return d.bare() ? wrt_a(f, reinterpret_cast<const char*>(&item.value), sizeof(T))
+                    : wrt_aw(f, d.w, reinterpret_cast<const char*>(&item.value), sizeof(T));
+  if (d.kind == DataEdit::L || d.kind == DataEdit::G) {
+    const int32_t w = d.bare() ? 2 : d.w;
     if constexpr (sizeof(T) == 8) return wrt_logical_l8(f, w, item.value);
     return wrt_logical_l4(f, w, item.value);
   }
-  if (is_integer_kind(d.kind))
-    return edit_integer(f, d.kind, d.bare ? bare_width(d.kind, sizeof(T)) : d.w, d.m, item.value);
+  if (d.integer_family())
+    return edit_integer(f, d.kind, d.bare() ? bare_width(d.kind, sizeof(T)) : d.w, d.m, item.value);
   return ERR_EDIT_TYPE_MISMATCH;
 }
 
 template <int N>
-int edit(FieldWriter& f, const Descriptor& d, const RealItem<N>& item) {
+int edit(FieldWriter& f, const DataEdit& d, const RealItem<N>& item) {
   const char* bytes = static_cast<const char*>(item.bytes);
-  if (d.kind == Descriptor::A) return d.bare ? wrt_a(f, bytes, N) : wrt_aw(f, d.w, bytes, N);
-  if (is_integer_kind(d.kind))
-    return edit_numeric_bytes(f, d.kind, d.bare ? bare_width(d.kind, N) : d.w, d.m, bytes, N);
-  if (d.kind == Descriptor::Real || d.kind == Descriptor::G) return edit_real(f, d.op, bytes, N);
+  if (d.kind == DataEdit::A) return d.bare() ? wrt_a(f, bytes, N) : wrt_aw(f, d.w, bytes, N);
+  if (d.integer_family())
+    return edit_numeric_bytes(f, d.kind, d.bare() ? bare_width(d.kind, N) : d.w, d.m, bytes, N);
+  if (is_real_edit(d) || d.kind == DataEdit::G) return edit_real(f, d, bytes, N);
   return ERR_EDIT_TYPE_MISMATCH;
 }
 
-inline int edit(FieldWriter& f, const Descriptor& d, const CharacterItem& item) {
-  const bool a_like = d.kind == Descriptor::A || d.kind == Descriptor::G;
+inline int edit(FieldWriter& f, const DataEdit& d, const CharacterItem& item) {
+  const bool a_like = d.kind == DataEdit::A || d.kind == DataEdit::G;
   if (a_like)
-    return d.bare ? wrt_a(f, item.text, item.length) : wrt_aw(f, d.w, item.text, item.length);
-  if (is_integer_kind(d.kind)) return edit_string_number(f, d, item.text, item.length);
+    return d.bare() ? wrt_a(f, item.text, item.length) : wrt_aw(f, d.w, item.text, item.length);
+  if (d.integer_family()) return edit_string_number(f, d, item.text, item.length);
   return ERR_EDIT_TYPE_MISMATCH;
 }
 
 // How intervals are edited is not settled: their bytes go out under A, and
 // every other descriptor refuses them.
 template <int N>
-int edit(FieldWriter& f, const Descriptor& d, const IntervalItem<N>& item) {
+int edit(FieldWriter& f, const DataEdit& d, const IntervalItem<N>& item) {
   const char* bytes = static_cast<const char*>(item.bytes);
-  if (d.kind == Descriptor::A)
-    return d.bare ? wrt_a(f, bytes, 2 * N) : wrt_aw(f, d.w, bytes, 2 * N);
+  if (d.kind == DataEdit::A)
+    return d.bare() ? wrt_a(f, bytes, 2 * N) : wrt_aw(f, d.w, bytes, 2 * N);
   return ERR_EDIT_TYPE_MISMATCH;
 }
 
@@ -295,22 +234,19 @@ ItemBytes bytes_of(const IntervalItem<N>& item) {
 
 // The old dialect's editing: the item's type is ignored, its size decides.
 // B and anything outside this table is a format error.
-inline int edit_f77(FieldWriter& f, const int32_t* op, const void* address, int64_t size) {
+inline int edit_f77(FieldWriter& f, const DataEdit& d, const void* address, int64_t size) {
   const char* bytes = static_cast<const char*>(address);
-  const int32_t code = op[0];
-  if (code == FMT_A) return wrt_a(f, bytes, size);
-  if (code == FMT_A_W) return wrt_aw(f, op[1], bytes, size);
-  if (code >= FMT_D && code <= FMT_G_W_D_E) {
-    if (size == 4 || size == 8) return edit_real(f, op, bytes, static_cast<int>(size));
+  if (d.kind == DataEdit::A) return d.bare() ? wrt_a(f, bytes, size) : wrt_aw(f, d.w, bytes, size);
+  if (d.real_only() || d.kind == DataEdit::G) {
+    if (size == 4 || size == 8) return edit_real(f, d, bytes, static_cast<int>(size));
     unsigned char quad[16] = {};
     memcpy(quad, bytes, static_cast<size_t>(size < 16 ? size : 16));
     // Bare D and E of any other size are the REAL*16 bare E.
-    if (code == FMT_D || code == FMT_E) return wrt_e_r16(f, quad);
-    return edit_real(f, op, quad, 16);
+    if (d.code == FMT_D || d.code == FMT_E) return wrt_e_r16(f, quad);
+    return edit_real(f, d, quad, 16);
   }
-  const Descriptor d = describe(op);
-  if (d.kind == Descriptor::I || d.kind == Descriptor::O || d.kind == Descriptor::Z) {
-    const int32_t w = d.bare ? bare_ioz_width(size) : d.w;
+  if (d.kind == DataEdit::I || d.kind == DataEdit::O || d.kind == DataEdit::Z) {
+    const int32_t w = d.bare() ? bare_ioz_width(size) : d.w;
     switch (size) {
       case 1:
         return edit_integer(f, d.kind, w, d.m, *reinterpret_cast<const int8_t*>(bytes));
@@ -333,8 +269,8 @@ inline int edit_f77(FieldWriter& f, const int32_t* op, const void* address, int6
         return edit_string_number(f, d, bytes, size);
     }
   }
-  if (d.kind == Descriptor::L) {
-    const int32_t w = d.bare ? 2 : d.w;
+  if (d.kind == DataEdit::L) {
+    const int32_t w = d.bare() ? 2 : d.w;
     if (size < 8) {
       uint32_t low = 0;
       memcpy(&low, bytes, static_cast<size_t>(size < 4 ? size : 4));
@@ -411,9 +347,9 @@ int write_item(P& p, const Item& item) {
   int err;
   if (p.stmt->stmt_flags & SF_F77_WRITE) {
     const auto b = bytes_of(item);
-    err = edit_f77(f, op, b.address, b.size);
+    err = edit_f77(f, decode_data_edit(op), b.address, b.size);
   } else {
-    err = edit(f, describe(op), item);
+    err = edit(f, decode_data_edit(op), item);
   }
   if (err) return p.fail(err, f.failed_bytes);
   p.stmt->format_index += op_words(op);
