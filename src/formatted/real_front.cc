@@ -174,7 +174,8 @@ int direction(const FieldWriter& f, Real<N>& x, bool fixed) {
   }
 }
 
-enum class Form { E, D, EN, ES, F, G };
+// In the order of DataEdit's kinds.
+enum class Form { D, E, EN, ES, F, G };
 
 struct RealDescriptor {
   Form form;
@@ -183,28 +184,8 @@ struct RealDescriptor {
 
 // The descriptor's widths; bare forms get the precision's.
 bool describe_real(const DataEdit& de, int32_t default_w, int32_t default_d, RealDescriptor& r) {
-  switch (de.kind) {
-    case DataEdit::D:
-      r.form = Form::D;
-      break;
-    case DataEdit::E:
-      r.form = Form::E;
-      break;
-    case DataEdit::EN:
-      r.form = Form::EN;
-      break;
-    case DataEdit::ES:
-      r.form = Form::ES;
-      break;
-    case DataEdit::F:
-      r.form = Form::F;
-      break;
-    case DataEdit::G:
-      r.form = Form::G;
-      break;
-    default:
-      return false;
-  }
+  if (de.kind < DataEdit::D || de.kind > DataEdit::G) return false;
+  r.form = static_cast<Form>(de.kind - DataEdit::D);
   r.w = de.bare() ? default_w : de.w;
   r.d = de.bare() ? default_d : de.shape == 1 ? 0 : de.d;
   r.e = de.has_exponent() ? de.e : kNoExponentWidth;
