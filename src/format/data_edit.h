@@ -5,6 +5,8 @@
 
 #include <stdint.h>
 
+#include <array>
+
 #include "format/format_ops.h"
 
 namespace qal {
@@ -30,21 +32,38 @@ struct DataEdit {
 
 namespace data_edit_detail {
 
+// Per op code: the kind, the shape, and whether the second operand is m.
+struct Entry {
+  DataEdit::Kind kind;
+  uint8_t shape;
+  bool second_is_m;
+};
+
 struct Family {
   int32_t first, last;
   DataEdit::Kind kind;
-  uint8_t m_shape;  // the shape whose second operand is m rather than d (0: none)
+  bool has_m;  // I, B, O, Z: w.m rather than w.d
 };
 
 inline constexpr Family kFamilies[] = {
-    {FMT_Q, FMT_Q, DataEdit::Q, 0},          {FMT_A, FMT_A_W, DataEdit::A, 0},
-    {FMT_B, FMT_B_W_M, DataEdit::B, 2},      {FMT_D, FMT_D_W_D_E, DataEdit::D, 0},
-    {FMT_E, FMT_E_W_D_E, DataEdit::E, 0},    {FMT_EN, FMT_EN_W_D_E, DataEdit::EN, 0},
-    {FMT_ES, FMT_ES_W_D_E, DataEdit::ES, 0}, {FMT_F, FMT_F_W_D, DataEdit::F, 0},
-    {FMT_G, FMT_G_W_D_E, DataEdit::G, 0},    {FMT_I, FMT_I_W_M, DataEdit::I, 2},
-    {FMT_L, FMT_L_W, DataEdit::L, 0},        {FMT_O, FMT_O_W_M, DataEdit::O, 2},
-    {FMT_Z, FMT_Z_W_M, DataEdit::Z, 2},
+    {FMT_Q, FMT_Q, DataEdit::Q, false},          {FMT_A, FMT_A_W, DataEdit::A, false},
+    {FMT_B, FMT_B_W_M, DataEdit::B, true},       {FMT_D, FMT_D_W_D_E, DataEdit::D, false},
+    {FMT_E, FMT_E_W_D_E, DataEdit::E, false},    {FMT_EN, FMT_EN_W_D_E, DataEdit::EN, false},
+    {FMT_ES, FMT_ES_W_D_E, DataEdit::ES, false}, {FMT_F, FMT_F_W_D, DataEdit::F, false},
+    {FMT_G, FMT_G_W_D_E, DataEdit::G, false},    {FMT_I, FMT_I_W_M, DataEdit::I, true},
+    {FMT_L, FMT_L_W, DataEdit::L, false},        {FMT_O, FMT_O_W_M, DataEdit::O, true},
+    {FMT_Z, FMT_Z_W_M, DataEdit::Z, true},
 };
+
+inline constexpr auto kEntries = [] {
+  std::array<Entry, FMT_LAST_OP + 1> t{};
+  for (const Family& f : kFamilies)
+    for (int32_t code = f.first; code <= f.last; ++code)
+      t[static_cast<size_t>(code)] = {f.kind, static_cast<uint8_t>(code - f.first), f.has_m};
+  for (int32_t code = FMT_VD_W_D; code <= FMT_Y_W_D_E; ++code)
+    if (kOpWords[code] != 0) t[static_cast<size_t>(code)] = {DataEdit::Interval, 0, false};
+  return t;
+}();
 
 }  // namespace data_edit_detail
 
@@ -53,25 +72,13 @@ inline constexpr Family kFamilies[] = {
 inline DataEdit decode_data_edit(const int32_t* op) {
   DataEdit de;
   de.code = op[0];
-  if (de.code >= FMT_VD_W_D && de.code <= FMT_Y_W_D_E) {
-    de.kind = DataEdit::Interval;
-    return de;
-  }
-  for (const auto& family : data_edit_detail::kFamilies) {
-    if (de.code < family.first || de.code > family.last) continue;
-    de.kind = family.kind;
-    de.shape = static_cast<uint8_t>(de.code - family.first);
-    // Q takes no operand, and A has no d: their shapes stop at 0 and 1.
-    if (de.shape >= 1) de.w = op[1];
-    if (de.shape >= 2) {
-      if (de.shape == family.m_shape)
-        de.m = op[2];
-      else
-        de.d = op[2];
-    }
-    if (de.shape >= 3) de.e = op[3];
-    return de;
-  }
+  if (de.code < 0 || de.code > FMT_LAST_OP) return de;
+  const data_edit_detail::Entry entry = data_edit_detail::kEntries[static_cast<size_t>(de.code)];
+  de.kind = entry.kind;
+  de.shape = entry.shape;
+  if (de.shape >= 1) de.w = op[1];
+  if (de.shape >= 2) (entry.second_is_m ? de.m : de.d) = op[2];
+  if (de.shape >= 3) de.e = op[3];
   return de;
 }
 

@@ -53,7 +53,7 @@ struct Cursor {
     fill_bytes(at, c, static_cast<size_t>(n));
     at += n;
   }
-  void take(int64_t n) {
+  __attribute__((always_inline)) void take(int64_t n) {
     if (n <= 0) return;
     const int64_t left = end - digits;
     const int64_t have = n < left ? n : left > 0 ? left : 0;

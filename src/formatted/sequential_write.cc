@@ -45,7 +45,7 @@ void rebase_record(Unit* u, char* old_base, char* new_base) {
     *p = new_base + (*p - old_base);
 }
 
-struct SequentialRecord {
+struct SequentialRecord : OutputWalk<SequentialRecord> {
   Stmt* stmt;
   uint64_t failed_bytes = 0;
 
@@ -185,7 +185,7 @@ struct SequentialRecord {
   }
 };
 
-static_assert(OutputRecordPolicy<SequentialRecord>);
+static_assert(RecordPolicy<SequentialRecord>);
 
 // Buffer, format and edit modes: the part of a start that follows the
 // connection checks.
@@ -232,13 +232,13 @@ bool advance_is(const char* text, int64_t length, const char* word) {
 
 template <class Item>
 int write_one(Stmt* s, const Item& item) {
-  SequentialRecord p{s};
+  SequentialRecord p{{}, s};
   return write_item(p, item);
 }
 
 template <int N>
 int write_complex_item(Stmt* s, const void* value) {
-  SequentialRecord p{s};
+  SequentialRecord p{{}, s};
   return write_complex<N>(p, value);
 }
 
@@ -303,7 +303,7 @@ QAL_EXPORT int __f90_esfw(Stmt* s) {
   Unit* u = s->unit_ptr;
   if (u->flags & UF_NESTED) return fail(s, ERR_REENTRANT_IO);
   if (!(s->stmt_flags & SF_NO_PARSED_FORMAT)) {
-    SequentialRecord p{s};
+    SequentialRecord p{{}, s};
     if (int err = finish_format(p)) return err;
   }
   if (s->stmt_flags & SF_FREE_FORMAT) {

@@ -51,6 +51,35 @@ inline constexpr bool is_integer_item = false;
 template <class T>
 inline constexpr bool is_integer_item<IntegerItem<T>> = true;
 
+// What the walk asks of every output record alike: literals are copied
+// into the record, the sign modes are the statement's, BN and BZ mean
+// nothing, and a slash or the format's end closes records.  Derived
+// supplies `stmt`, `allocate_field`, `end_record` and `fail`.
+template <class Derived>
+struct OutputWalk {
+  static constexpr bool kEndTakesRounding = true;
+
+  int literal(const int32_t* op) {
+    int err = 0;
+    char* field = self().allocate_field(op[1], &err);
+    if (!field) return self().fail(err, 0);
+    memcpy(field, op + 2, static_cast<size_t>(op[1]));
+    return 0;
+  }
+  void blank_mode(bool) {}
+  void sign_mode(int32_t mode) { self().stmt->sign_mode = mode; }
+  void at_data_edit() {}
+  int advance_records(int32_t n) { return self().end_record(n); }
+  int next_pass() { return self().end_record(1); }
+  int no_data_edit() const {
+    return (self().stmt->stmt_flags & SF_F77_WRITE) ? ERR_FORMAT : ERR_NO_DATA_EDIT;
+  }
+
+ private:
+  Derived& self() { return static_cast<Derived&>(*this); }
+  const Derived& self() const { return static_cast<const Derived&>(*this); }
+};
+
 namespace write_detail {
 
 // Bare widths by the item's size in bytes.
@@ -311,7 +340,7 @@ FieldWriter field_writer(P& p) {
 
 // Walk, edit, step past the descriptor.  On failure the descriptor stays
 // the current one and the statement is over.
-template <OutputRecordPolicy P, class Item>
+template <RecordPolicy P, class Item>
 int write_item(P& p, const Item& item) {
   using namespace write_detail;
   auto* s = p.stmt;
@@ -324,7 +353,7 @@ int write_item(P& p, const Item& item) {
     if (counter && *counter > 1 && is_data_edit(s->format[op[2]])) {
       --*counter;
       s->format_index = op[2];
-    } else if (int err = write_to_data_edit_descriptor(p)) {
+    } else if (int err = walk_to_data_edit_descriptor(p)) {
       return err;
     }
     op = s->format + s->format_index;
@@ -357,7 +386,7 @@ int write_item(P& p, const Item& item) {
 }
 
 // A complex item is two reals, each with its own data edit descriptor.
-template <int N, OutputRecordPolicy P>
+template <int N, RecordPolicy P>
 int write_complex(P& p, const void* value) {
   if (int err = write_item(p, RealItem<N>{value})) return err;
   return write_item(p, RealItem<N>{static_cast<const char*>(value) + N});
