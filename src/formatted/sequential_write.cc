@@ -39,12 +39,6 @@ int fail(Stmt* s, int err, uint64_t bytes = 0) {
   return fail_output_statement(statement_ref(s), s->unit_ptr, err, d);
 }
 
-// Moves the record pointers of the unit from one base to another.
-void rebase_record(Unit* u, char* old_base, char* new_base) {
-  for (char** p : {&u->data_end, &u->record_start, &u->record_pos, &u->record_high, &u->record_end})
-    *p = new_base + (*p - old_base);
-}
-
 struct SequentialRecord : OutputWalk<SequentialRecord> {
   Stmt* stmt;
   uint64_t failed_bytes = 0;
@@ -62,10 +56,7 @@ struct SequentialRecord : OutputWalk<SequentialRecord> {
         *err = e;
         return false;
       }
-      const int64_t open = u->record_end - u->record_start;
-      memmove(u->buffer, u->record_start, static_cast<size_t>(open));
-      rebase_record(u, u->record_start, u->buffer);
-      u->flush_ptr = u->data_ptr = u->buffer;
+      slide_to_front(u, u->record_start);
       if (size <= u->buffer_end - u->record_pos) return true;
     }
     // Whole blocks, enough for the field wherever record_pos stands.
@@ -73,17 +64,11 @@ struct SequentialRecord : OutputWalk<SequentialRecord> {
     const int64_t short_by = (u->record_pos + size) - u->buffer_end;
     const int64_t growth = (short_by / block + 1) * block;
     const uint64_t new_size = static_cast<uint64_t>((u->buffer_end - u->buffer) + growth);
-    char* grown = static_cast<char*>(realloc(u->buffer, new_size));
-    if (!grown) {
+    if (!resize_buffer(u, new_size)) {
       failed_bytes = new_size;
       *err = ERR_OUT_OF_MEMORY;
       return false;
     }
-    u->flush_ptr = grown + (u->flush_ptr - u->buffer);
-    u->data_ptr = grown + (u->data_ptr - u->buffer);
-    rebase_record(u, u->buffer, grown);
-    u->buffer = grown;
-    u->buffer_end = grown + new_size;
     return true;
   }
 
@@ -200,10 +185,8 @@ int open_record(Stmt* s, Unit* u) {
     if (fstat(u->fd, &st) != 0) return fail(s, errno);
     const int64_t size = st.st_blksize < kMinimumBuffer ? kMinimumBuffer : st.st_blksize;
     u->blocksize = static_cast<uint64_t>(size);
-    u->buffer = static_cast<char*>(malloc(static_cast<size_t>(size)));
-    if (!u->buffer) return fail(s, ERR_OUT_OF_MEMORY, static_cast<uint64_t>(size));
-    u->buffer_end = u->buffer + size;
-    reset_cursors(u);
+    if (!allocate_buffer(u, static_cast<uint64_t>(size)))
+      return fail(s, ERR_OUT_OF_MEMORY, static_cast<uint64_t>(size));
   }
   if (!(s->stmt_flags & SF_NO_PARSED_FORMAT)) {
     const int32_t* f = s->format;

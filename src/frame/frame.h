@@ -7,6 +7,7 @@
 
 #include <type_traits>
 
+#include "frame/unit_buffer.h"
 #include "qal/diagnostics.h"
 #include "qal/errors.h"
 #include "qal/statement.h"
@@ -58,10 +59,6 @@ int connect_implicitly(int64_t unit, Unit* u, bool for_output, const Location* l
 // Raw transfer to the unit's stream or descriptor; errno value or 0.  These
 // neither release nor report.
 int write_raw(Unit* u, const void* data, uint64_t length);
-// Writes flush_ptr..upto.  flush_ptr follows every write that gets through,
-// a short one too, so that bytes that reached the file never go out again
-// when a later write fails and the flush is tried once more.
-int push_out(Unit* u, const char* upto);
 // The whole of a writing unit's pending output, then the stream's buffer.
 int flush_raw(Unit* u);
 
@@ -145,8 +142,5 @@ int start_stream_write(const StatementRef& s, int64_t pos, const StartMode& mode
 // End-entry steps 3 and 4: push pending bytes where the unit wants it, and
 // the delayed truncation.  Does not release.
 int end_push(const StatementRef& s, Unit* u);
-
-// Point the three buffer cursors at the start of the buffer.
-inline void reset_cursors(Unit* u) { u->flush_ptr = u->data_ptr = u->data_end = u->buffer; }
 
 }  // namespace qal

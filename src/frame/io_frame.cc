@@ -70,33 +70,6 @@ int write_raw(Unit* u, const void* data, uint64_t length) {
   return 0;
 }
 
-int push_out(Unit* u, const char* upto) {
-  while (u->flush_ptr < upto) {
-    const size_t want = static_cast<size_t>(upto - u->flush_ptr);
-    if (u->stream) {
-      errno = 0;
-      const size_t n = fwrite(u->flush_ptr, 1, want, u->stream);
-      u->flush_ptr += n;
-      if (n < want) {
-        if (errno == EINTR && (u->flags & UF_RETRY_EINTR)) {
-          clearerr(u->stream);
-          continue;
-        }
-        return last_errno();
-      }
-    } else {
-      const ssize_t n = write(u->fd, u->flush_ptr, want);
-      if (n < 0) {
-        if (errno == EINTR && (u->flags & UF_RETRY_EINTR)) continue;
-        return last_errno();
-      }
-      if (n == 0) return EIO;
-      u->flush_ptr += n;
-    }
-  }
-  return 0;
-}
-
 void break_open_record(Unit* u) {
   if (!(u->flags & UF_LAST_WRITE) || !u->buffer) return;
   if (u->column == 0 && u->data_end <= u->data_ptr) return;

@@ -269,15 +269,12 @@ int start_record(Stmt* s, Unit* u) {
   if (!u->buffer) {
     if (u->blocksize == 0) u->blocksize = 8192;
     const uint64_t size = u->blocksize * ((u->flags & UF_REGULAR_FILE) ? 2 : 1);
-    u->buffer = static_cast<char*>(malloc(size));
-    if (!u->buffer) {
+    if (!allocate_buffer(u, size)) {
       FailureDetail d;
       d.bytes_line = true;
       d.bytes = size;
       return fail(s, ERR_OUT_OF_MEMORY, d);
     }
-    u->buffer_end = u->buffer + size;
-    reset_cursors(u);
   }
   if (u->column == 0 && !(s->stmt_flags & SF_NO_FIRST_BLANK)) {
     if (u->data_end >= u->buffer_end)
