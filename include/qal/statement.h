@@ -44,7 +44,16 @@ enum StatementFlags {
 
   /* Internal list-directed write: the bit that says the last item was a
    * character item, in place of SF_STICKY_SEPARATOR. */
-  SF_INTERNAL_STICKY = 0x00000002
+  SF_INTERNAL_STICKY = 0x00000002,
+
+  /* Formatted read. */
+  SF_EOR_GIVEN = 0x00000010,          /* EOR= */
+  SF_SIZE_GIVEN = 0x00000020,         /* SIZE= */
+  SF_NO_ADVANCE = 0x00000040,         /* ADVANCE='NO' */
+  SF_BZ = 0x00000080,                 /* blanks in numeric fields are zeros */
+  SF_CHECK_FP_OVERFLOW = 0x00000200,  /* a real that overflows is 1031 */
+  SF_BLANK_ZERO_DEFAULT = 0x00000800, /* BZ unless the unit says BLANK= */
+  SF_FORMAT_WRAPPED = 0x00002000      /* reverted, no data edit descriptor since */
 };
 
 /* Sequential formatted write: WRITE(u,fmt), PRINT fmt.  The last three
@@ -66,13 +75,15 @@ typedef struct IoStatementSfw {
 /* Sequential formatted read. */
 typedef struct IoStatementSfr {
   int64_t unit;
-  int64_t size_count; /* SIZE= */
+  int64_t size_count; /* SIZE=: characters taken by fields */
   uint32_t stmt_flags;
   const Location* location;
   int32_t format_index;
   const int32_t* format;
   int32_t* format_counters;
   Unit* unit_ptr;
+  int32_t radix;        /* 10 */
+  int32_t scale_factor; /* 0 */
 } IoStatementSfr;
 
 /* Direct formatted read and write. */
@@ -189,6 +200,8 @@ QAL_OFFSET(IoStatementSfr, format_index, 32);
 QAL_OFFSET(IoStatementSfr, format, 40);
 QAL_OFFSET(IoStatementSfr, format_counters, 48);
 QAL_OFFSET(IoStatementSfr, unit_ptr, 56);
+QAL_OFFSET(IoStatementSfr, radix, 64);
+QAL_OFFSET(IoStatementSfr, scale_factor, 68);
 
 QAL_OFFSET(IoStatementDf, record, 8);
 QAL_OFFSET(IoStatementDf, stmt_flags, 16);

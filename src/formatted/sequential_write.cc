@@ -29,7 +29,6 @@ namespace {
 
 using Stmt = IoStatementSfw;
 
-constexpr StartMode kFormattedWrite{true, true, false};
 constexpr int64_t kMinimumBuffer = 256;
 
 int fail(Stmt* s, int err, uint64_t bytes = 0) {
@@ -232,13 +231,13 @@ extern "C" {
 
 QAL_EXPORT int __f90_ssfw(Stmt* s) {
   const StatementRef ref = statement_ref(s);
-  if (int err = start_take_unit(ref, kFormattedWrite)) return err;
-  if (int err = start_check_and_turn(ref, s->unit_ptr, kFormattedWrite)) return err;
+  if (int err = start_take_unit(ref, kSequentialFormattedWrite)) return err;
+  if (int err = start_check_and_turn(ref, s->unit_ptr, kSequentialFormattedWrite)) return err;
   return open_record(s, s->unit_ptr);
 }
 
 QAL_EXPORT int __f90_ssfw_pos(Stmt* s, int64_t pos) {
-  if (int err = start_stream_write(statement_ref(s), pos, kFormattedWrite)) return err;
+  if (int err = start_stream(statement_ref(s), pos, kSequentialFormattedWrite)) return err;
   return open_record(s, s->unit_ptr);
 }
 

@@ -7,6 +7,7 @@
 
 #include <type_traits>
 
+#include "frame/mode_traits.h"
 #include "frame/unit_buffer.h"
 #include "qal/diagnostics.h"
 #include "qal/errors.h"
@@ -79,26 +80,32 @@ int settle_broken_record(Unit* u);
 
 int32_t synchronous_flag();
 
-// The fields every external-file statement head has, wherever its mode puts
-// them, so that the frame code is written once.
+// The fields every statement head has, wherever its mode puts them, so
+// that the frame code is written once.  Internal files have no unit.
 struct StatementRef {
   uint32_t* stmt_flags;
   const Location* location;
-  int64_t* unit;
-  Unit** unit_ptr;
+  int64_t* unit;           // null for internal files
+  Unit** unit_ptr;         // null for internal files
   const int32_t** format;  // null in modes without a format
 };
 
 template <class Stmt>
 StatementRef statement_ref(Stmt* s) {
-  StatementRef r{&s->stmt_flags, s->location, &s->unit, &s->unit_ptr, nullptr};
+  StatementRef r{&s->stmt_flags, s->location, nullptr, nullptr, nullptr};
+  if constexpr (requires { s->unit_ptr; }) {
+    r.unit = &s->unit;
+    r.unit_ptr = &s->unit_ptr;
+  }
   if constexpr (requires { s->format; }) r.format = &s->format;
   return r;
 }
 
 struct FailureDetail {
-  uint32_t return_flag = SF_ERR_RETURN;  // the flag that asks for the number
-  bool unit_line = true;                 // print the Unit and File lines
+  // The flag that asks for the number; 0: SF_END_RETURN for end of file
+  // (-1), SF_EOR_RETURN for end of record (-2), SF_ERR_RETURN otherwise.
+  uint32_t return_flag = 0;
+  bool unit_line = true;  // print the Unit and File lines
   bool bytes_line = false;
   uint64_t bytes = 0;
   const char* file_name = nullptr;  // shown instead of the unit's own name
@@ -113,31 +120,26 @@ int fail_output_statement(const StatementRef& s, Unit* u, int err, FailureDetail
 // report and abort.  `u` is the taken unit, or null.
 int fail_statement(const StatementRef& s, Unit* u, int err, FailureDetail detail = {});
 
-// Banner, message, location, then the Unit and File lines, then abort.
+// Banner, message (or the end-of-file or end-of-record line for -1 and
+// -2), location, then the Unit and File lines, then abort.
 [[noreturn]] void report_and_abort(int err, const Location* location, bool unit_line, int64_t unit,
                                    const char* file_name, bool bytes_line = false,
                                    uint64_t bytes = 0);
 
-struct StartMode {
-  bool write;
-  bool formatted;
-  bool list_directed;  // list-directed writes leave rounding unresolved
-};
-
 // Start-entry steps 1 to 3: initialise, resolve the unit (default or
 // numbered), take it, connect it implicitly.  On success *s.unit_ptr holds
 // the taken unit; on failure the statement is over.
-int start_take_unit(const StatementRef& s, const StartMode& mode);
+int start_take_unit(const StatementRef& s, const ModeTraits& mode);
 // Step 5: the decimal mode, and for formatted writes the rounding mode, from
 // the unit where the statement gave none.
-void resolve_modes(uint32_t& flags, uint32_t unit_flags, const StartMode& mode);
+void resolve_modes(uint32_t& flags, uint32_t unit_flags, const ModeTraits& mode);
 // Steps 4 to 6: check the connection, resolve modes, turn the unit around.
-int start_check_and_turn(const StatementRef& s, Unit* u, const StartMode& mode);
+int start_check_and_turn(const StatementRef& s, Unit* u, const ModeTraits& mode);
 
-// The start of a write with POS= on a stream unit: take the unit (no
+// The start of a statement with POS= on a stream unit: take the unit (no
 // default unit, no implicit connection), check it, resolve the modes, flush
 // and move the file to byte `pos`.  On failure the statement is over.
-int start_stream_write(const StatementRef& s, int64_t pos, const StartMode& mode);
+int start_stream(const StatementRef& s, int64_t pos, const ModeTraits& mode);
 
 // End-entry steps 3 and 4: push pending bytes where the unit wants it, and
 // the delayed truncation.  Does not release.

@@ -106,7 +106,12 @@ int flush_raw(Unit* u) {
 void report_and_abort(int err, const Location* location, bool unit_line, int64_t unit,
                       const char* file_name, bool bytes_line, uint64_t bytes) {
   __f90_banner();
-  __f90_write_message(err);
+  if (err == ERR_END_OF_FILE)
+    __f90_write_eof();
+  else if (err == ERR_END_OF_RECORD)
+    __f90_write_eor();
+  else
+    __f90_write_message(err);
   if (location) __f90_write_loc(location);
   if (unit_line) {
     __f90_write_unit_number(unit);
@@ -121,14 +126,19 @@ int fail_statement(const StatementRef& s, Unit* u, int err, FailureDetail detail
     free(const_cast<int32_t*>(*s.format));
     *s.format = nullptr;
   }
-  if (!(*s.stmt_flags & detail.return_flag)) {
+  uint32_t return_flag = detail.return_flag;
+  if (return_flag == 0)
+    return_flag = err == ERR_END_OF_FILE     ? SF_END_RETURN
+                  : err == ERR_END_OF_RECORD ? SF_EOR_RETURN
+                                             : SF_ERR_RETURN;
+  if (!(*s.stmt_flags & return_flag)) {
     char name[kNameCopySize];
     const char* file = detail.file_name ? detail.file_name
                        : u              ? __f90_copy_filename(u, name)
                                         : nullptr;
     if (u) __f90_release_unit(u);
-    report_and_abort(err, s.location, detail.unit_line, *s.unit, file, detail.bytes_line,
-                     detail.bytes);
+    report_and_abort(err, s.location, detail.unit_line && s.unit, s.unit ? *s.unit : 0, file,
+                     detail.bytes_line, detail.bytes);
   }
   if (u) __f90_release_unit(u);
   return err;
@@ -139,7 +149,7 @@ int fail_output_statement(const StatementRef& s, Unit* u, int err, FailureDetail
   return fail_statement(s, u, err, detail);
 }
 
-int start_take_unit(const StatementRef& s, const StartMode& mode) {
+int start_take_unit(const StatementRef& s, const ModeTraits& mode) {
   uint32_t& flags = *s.stmt_flags;
   if (!initio_done()) {
     if (flags & SF_ERR_RETURN)
@@ -149,9 +159,9 @@ int start_take_unit(const StatementRef& s, const StartMode& mode) {
   }
   Unit* u = nullptr;
   if (flags & SF_DEFAULT_UNIT) {
-    if (flags & (mode.write ? SF_F77_WRITE : SF_F77_READ)) {
+    if (flags & mode.f77_bit()) {
       flags &= ~SF_DEFAULT_UNIT;
-      *s.unit = mode.write ? 6 : 5;
+      *s.unit = mode.default_unit();
     } else {
       *s.unit = -1;
       u = mode.write ? __f90_get_default_output_unit() : __f90_get_default_input_unit();
@@ -173,6 +183,9 @@ int start_take_unit(const StatementRef& s, const StartMode& mode) {
   }
   *s.unit_ptr = u;
   if (!(u->flags & UF_CONNECTED)) {
+    if (mode.direct)
+      return fail_statement(
+          s, u, mode.write ? ERR_DIRECT_WRITE_UNCONNECTED : ERR_DIRECT_READ_UNCONNECTED);
     if (flags & SF_ASYNCHRONOUS) return fail_statement(s, u, ERR_ASYNC_UNCONNECTED);
     if (int err = connect_implicitly(*s.unit, u, mode.write, s.location, OnError::Return)) {
       // The connection left its name behind for the report; drop it before
@@ -197,7 +210,7 @@ int start_take_unit(const StatementRef& s, const StartMode& mode) {
   return 0;
 }
 
-void resolve_modes(uint32_t& flags, uint32_t uf, const StartMode& mode) {
+void resolve_modes(uint32_t& flags, uint32_t uf, const ModeTraits& mode) {
   if (!(flags & SF_DECIMAL)) flags |= (uf & UF_DECIMAL_COMMA) ? SF_DECIMAL_COMMA : SF_DECIMAL_POINT;
   if (mode.formatted && mode.write && !mode.list_directed && !(flags & SF_ROUND)) {
     const uint32_t round = (uf & UF_ROUND) >> 4;  // same codes, four bits lower
@@ -208,12 +221,18 @@ void resolve_modes(uint32_t& flags, uint32_t uf, const StartMode& mode) {
   }
 }
 
-int start_check_and_turn(const StatementRef& s, Unit* u, const StartMode& mode) {
+int start_check_and_turn(const StatementRef& s, Unit* u, const ModeTraits& mode) {
   uint32_t& flags = *s.stmt_flags;
   const uint32_t uf = u->flags;
+  if (!mode.write) u->item_count = 0;
   if (mode.write && !(uf & UF_WRITABLE)) return fail_statement(s, u, ERR_WRITING_NOT_ALLOWED);
   if (!mode.write && !(uf & UF_READABLE)) return fail_statement(s, u, ERR_READING_NOT_ALLOWED);
-  if (!(uf & UF_SEQUENTIAL_LIKE)) return fail_statement(s, u, ERR_SEQUENTIAL_ON_DIRECT);
+  if (mode.direct) {
+    if (uf & UF_SEQUENTIAL) return fail_statement(s, u, ERR_DIRECT_ON_SEQUENTIAL);
+    if (uf & UF_STREAM) return fail_statement(s, u, ERR_DIRECT_ON_STREAM);
+  } else if (!(uf & UF_SEQUENTIAL_LIKE)) {
+    return fail_statement(s, u, ERR_SEQUENTIAL_ON_DIRECT);
+  }
   if (mode.formatted && !(uf & UF_FORMATTED_LIKE))
     return fail_statement(s, u, ERR_FORMATTED_ON_UNFORMATTED);
   if (!mode.formatted && (uf & UF_FORMATTED_LIKE))
@@ -231,7 +250,8 @@ int start_check_and_turn(const StatementRef& s, Unit* u, const StartMode& mode) 
       if (lseek(u->fd, back < 0 ? back : 0, SEEK_CUR) < 0)
         return fail_statement(s, u, last_errno());
       reset_cursors(u);
-      u->flags &= ~UF_LAST_READ;
+      // What the file holds behind this point is no longer what was read.
+      u->flags &= ~(UF_LAST_READ | UF_RECORD_LOADED | UF_AT_EOF_DATA | UF_AFTER_ENDFILE);
     }
     if (u->flags2 & UF2_RECORD_BROKEN)
       if (int err = settle_broken_record(u)) return fail_statement(s, u, err);
@@ -253,6 +273,8 @@ int start_check_and_turn(const StatementRef& s, Unit* u, const StartMode& mode) 
     if (uf & UF_LAST_WRITE) {
       if (int err = flush_raw(u)) return fail_statement(s, u, err);
       u->flags &= ~UF_LAST_WRITE;
+      // Everything buffered has gone out: nothing is read ahead.
+      if (u->buffer) reset_cursors(u);
     }
     u->flags |= UF_LAST_READ;
   }

@@ -1,6 +1,6 @@
-// The start of a write with POS= on a stream unit, shared by the formatted
-// and list-directed modes: no default unit, no implicit connection, and the
-// file moved to the byte asked for before anything is buffered.
+// The start of a statement with POS= on a stream unit, shared by every
+// mode: no default unit, no implicit connection, and the file moved to the
+// byte asked for before anything is buffered.
 #include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,7 +15,7 @@ int fail(const StatementRef& s, Unit* u, int err) { return fail_statement(s, u, 
 
 }  // namespace
 
-int start_stream_write(const StatementRef& s, int64_t pos, const StartMode& mode) {
+int start_stream(const StatementRef& s, int64_t pos, const ModeTraits& mode) {
   uint32_t& flags = *s.stmt_flags;
   if (!initio_done()) __f90_initio_r();
   *s.unit_ptr = nullptr;
@@ -33,9 +33,15 @@ int start_stream_write(const StatementRef& s, int64_t pos, const StartMode& mode
   *s.unit_ptr = u;
   const uint32_t uf = u->flags;
   if (!(uf & UF_CONNECTED)) return fail(s, u, ERR_STREAM_UNCONNECTED);
-  if (!(uf & UF_WRITABLE)) return fail(s, u, ERR_WRITING_NOT_ALLOWED);
+  if (!mode.write) u->item_count = 0;
+  if (!(uf & (mode.write ? UF_WRITABLE : UF_READABLE)))
+    return fail(s, u, mode.write ? ERR_WRITING_NOT_ALLOWED : ERR_READING_NOT_ALLOWED);
+  const bool formatted = (uf & UF_FORMATTED_LIKE) != 0;
+  const int form_error =
+      mode.formatted ? ERR_FORMATTED_ON_UNFORMATTED : ERR_UNFORMATTED_ON_FORMATTED;
+  if (mode.stream_checks_form_first() && formatted != mode.formatted) return fail(s, u, form_error);
   if (!(uf & UF_STREAM)) return fail(s, u, ERR_STREAM_ON_RECORD_UNIT);
-  if (!(uf & UF_FORMATTED_LIKE)) return fail(s, u, ERR_FORMATTED_ON_UNFORMATTED);
+  if (formatted != mode.formatted) return fail(s, u, form_error);
   if ((flags & SF_ASYNCHRONOUS) && !(uf & UF_ASYNCHRONOUS)) return fail(s, u, ERR_ASYNC_ON_SYNC);
   resolve_modes(flags, uf, mode);
 
@@ -49,8 +55,9 @@ int start_stream_write(const StatementRef& s, int64_t pos, const StartMode& mode
   if (seek_failed) return fail(s, u, errno);
   // Nothing is cut off behind the position: a stream file keeps its tail.
   if (u->buffer) reset_cursors(u);
-  u->flags &= ~(UF_RECORD_LOADED | UF_AT_EOF_DATA | UF_AFTER_ENDFILE | UF_LAST_READ);
-  u->flags |= UF_LAST_WRITE;
+  u->flags &=
+      ~(UF_RECORD_LOADED | UF_AT_EOF_DATA | UF_AFTER_ENDFILE | UF_LAST_READ | UF_LAST_WRITE);
+  u->flags |= mode.write ? UF_LAST_WRITE : UF_LAST_READ;
   return 0;
 }
 

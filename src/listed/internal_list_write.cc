@@ -20,10 +20,7 @@ namespace {
 
 using Stmt = IoStatementIl;
 
-int fail(Stmt* s, int err) {
-  if (s->stmt_flags & SF_ERR_RETURN) return err;
-  report_and_abort(err, s->location, false, 0, nullptr);
-}
+int fail(Stmt* s, int err) { return fail_statement(statement_ref(s), nullptr, err); }
 
 int64_t* indices(Stmt* s) { return s->walk; }
 char** rows(Stmt* s) { return reinterpret_cast<char**>(s->walk + s->rank); }

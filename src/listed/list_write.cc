@@ -22,8 +22,6 @@ namespace {
 
 using Stmt = IoStatementSlw;
 
-constexpr StartMode kListWrite{true, true, true};
-
 inline int fail(Stmt* s, int err, FailureDetail d = {}) {
   return fail_output_statement(statement_ref(s), s->unit_ptr, err, d);
 }
@@ -305,7 +303,7 @@ QAL_EXPORT int __f90_sslw(Stmt* s) {
 }
 
 QAL_EXPORT int __f90_sslw_pos(Stmt* s, int64_t pos) {
-  if (int err = start_stream_write(statement_ref(s), pos, kListWrite)) return err;
+  if (int err = start_stream(statement_ref(s), pos, kListWrite)) return err;
   return start_record(s, s->unit_ptr);
 }
 
