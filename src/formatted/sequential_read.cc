@@ -47,8 +47,12 @@ struct SequentialInput : InputWalk<SequentialInput> {
   void count_size(int64_t n) { stmt->size_count += n; }
   bool nopad() const { return (cursor()->flags & UF_NOPAD) != 0; }
   BadCharacterHook hook() {
+    BadCharacterHook h;
+    h.separator = separator();
+    if (!stmt->unit_ptr->io_error_handler) [[likely]]
+      return h;
     site = {stmt->unit_ptr, stmt->unit, stmt->location};
-    return correction_hook(&site, separator());
+    return correction_hook(&site, h.separator);
   }
   CorrectionSite site{};
 
