@@ -292,7 +292,11 @@ QAL_EXPORT int __f90_read_sf_record(Unit* u, int32_t flags, int64_t unit,
   int err = 0;
   uint64_t size = 0;
   int64_t scanned = 0;
-  for (;;) {
+  if (!u->buffer) {
+    size = u->blocksize ? u->blocksize : 8192;
+    if (!allocate_buffer(u, size)) err = ERR_OUT_OF_MEMORY;
+  }
+  while (!err) {
     char* from = u->data_ptr + scanned;
     if (from < u->data_end) {
       if (char* nl =

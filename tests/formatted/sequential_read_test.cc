@@ -375,3 +375,96 @@ TEST(ReadDefaultUnit, StandardInputFromAPipe) {
   EXPECT_EQ(r.out, "12 34\n");
   EXPECT_TRUE(r.exited && r.exit_code == 0) << r.err;
 }
+
+namespace {
+
+// What the correction hook was told, and what it answers.
+struct HookCall {
+  int64_t unit, line, offset, item;
+  std::string source, file, rest;
+};
+std::vector<HookCall> hook_calls;
+char hook_answer;
+int32_t hook_action;
+
+void record_and_answer(const int64_t* unit, const char* source, const int64_t* line,
+                       const char* file, const int64_t* offset, const char* rest,
+                       const int64_t* item, char* corrected, int32_t* action, int64_t source_length,
+                       int64_t file_length, int64_t rest_length) {
+  hook_calls.push_back({*unit, *line, *offset, *item, std::string(source, size_t(source_length)),
+                        std::string(file, size_t(file_length)),
+                        std::string(rest, size_t(rest_length))});
+  *corrected = hook_answer;
+  *action = hook_action;
+}
+
+}  // namespace
+
+using ReadCorrectionHook = ReadUnits;
+
+TEST_F(ReadCorrectionHook, TheHookMendsTheFieldOrFailsTheStatement) {
+  file("11 1x3\n1x3\n1x3\n1x3\n1x3\n");
+  ASSERT_EQ(__f90_set_io_error_handler(10, record_and_answer), 0);
+  int32_t i = 0, j = 0;
+  hook_calls.clear();
+  hook_answer = '2';
+  hook_action = 1;
+  // READ(10,'(I3,I3)') I, J: the second field's x is offered.
+  EXPECT_EQ(FormattedRead(10, "(I2,I4)", kAll).all(&i, &j), 0);
+  EXPECT_EQ(j, 123);
+  ASSERT_EQ(hook_calls.size(), 1u);
+  const HookCall& c = hook_calls[0];
+  EXPECT_EQ(c.unit, 10);
+  EXPECT_EQ(c.source, "test.f90");
+  EXPECT_EQ(c.line, 5);
+  EXPECT_EQ(c.file, "in.txt");
+  EXPECT_EQ(c.offset, 4);
+  EXPECT_EQ(c.rest, "x3");
+  EXPECT_EQ(c.item, 2);
+  // A blank in its place: the field is found again, and the blank skipped.
+  hook_answer = ' ';
+  EXPECT_EQ(FormattedRead(10, "(I3)", kAll).all(&i), 0);
+  EXPECT_EQ(i, 13);
+  // Action 2 writes the character into the file too.
+  hook_answer = '7';
+  hook_action = 2;
+  EXPECT_EQ(FormattedRead(10, "(I3)", kAll).all(&i), 0);
+  EXPECT_EQ(i, 173);
+  EXPECT_EQ(dir_.read("in.txt"), "11 1x3\n1x3\n173\n1x3\n1x3\n");
+  hook_action = 0;
+  EXPECT_EQ(FormattedRead(10, "(I3)", kAll).all(&i), ERR_BAD_CORRECTION_ACTION);
+  // Answering with the character offered offers it again: a loop.
+  hook_answer = 'x';
+  hook_action = 1;
+  EXPECT_EQ(FormattedRead(10, "(I3)", kAll).all(&i), ERR_HANDLER_LOOP);
+  EXPECT_EQ(__f90_set_io_error_handler(13, record_and_answer), ERR_UNIT_NOT_CONNECTED);
+  EXPECT_EQ(__f90_set_io_error_handler(-1, record_and_answer), ERR_ILLEGAL_UNIT);
+}
+
+TEST_F(ReadDispatch, OldDialectGoesBySizeAlone) {
+  file("  12ab  T 1.5\n");
+  // A four-byte character item read as a number, a two-byte one as text.
+  int32_t as_integer = 0;
+  char text[2];
+  int64_t logical = 0;
+  double x = 0;
+  FormattedRead r(10, "(I4,A2,L3,F4.1)", kAll | SF_F77_READ);
+  r.start().item(reinterpret_cast<int32_t*>(&as_integer)).item(CharOut{text, 2});
+  r.item(LogicalOut{&logical, 8}).item(&x).end();
+  EXPECT_EQ(r.status(), 0);
+  EXPECT_EQ(as_integer, 12);
+  EXPECT_EQ(chars(text, 2), "ab");
+  EXPECT_EQ(logical, 1);
+  EXPECT_EQ(x, 1.5);
+}
+
+TEST_F(ReadRecords, RecordsForOtherCallers) {
+  file("one\ntwo");
+  Unit* u = nullptr;
+  ASSERT_EQ(__f90_get_numbered_unit_r(&u, 10), 0);
+  EXPECT_EQ(__f90_read_sf_record(u, 3, 10, nullptr), 0);
+  EXPECT_EQ(std::string(u->record_start, u->record_end), "one");
+  // A last line without its newline is not a record here: end of file,
+  // and the unit is released.
+  EXPECT_EQ(__f90_read_sf_record(u, 3, 10, nullptr), ERR_END_OF_FILE);
+}
