@@ -217,8 +217,7 @@ extern "C" {
 
 QAL_EXPORT int __f90_ssfr(Stmt* s) {
   const StatementRef ref = statement_ref(s);
-  if (int err = start_take_unit(ref, kSequentialFormattedRead)) return err;
-  if (int err = start_check_and_turn(ref, s->unit_ptr, kSequentialFormattedRead)) return err;
+  if (int err = start_statement<kSequentialFormattedRead>(ref)) return err;
   return open_statement(s, s->unit_ptr);
 }
 
