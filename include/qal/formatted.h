@@ -92,6 +92,13 @@ QAL_EXPORT int __f90_sfr_c16(IoStatementSfr* stmt, void* item);
 QAL_EXPORT int __f90_sfr_ch(IoStatementSfr* stmt, char* text, int64_t length);
 QAL_EXPORT int __f90_esfr(IoStatementSfr* stmt);
 
+/* The overflow limits of I editing in radix r (2 to 36): floor(2**31 / r),
+ * floor(2**63 / r), floor((2**32 - 1) / r), floor((2**64 - 1) / r). */
+extern QAL_EXPORT const int32_t __f95_max_multiplicand_4[37];
+extern QAL_EXPORT const int64_t __f95_max_multiplicand_8[37];
+extern QAL_EXPORT const uint32_t __f95_max_multiplicand_u4[37];
+extern QAL_EXPORT const uint64_t __f95_max_multiplicand_u8[37];
+
 /* A record of a unit for callers outside the transfer statements: finds the
  * next newline in the unit's buffer, reading more as needed.  `flags` 1
  * returns errors, 2 returns end of file (-1); otherwise they are reported.
