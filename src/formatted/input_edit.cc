@@ -101,7 +101,9 @@ struct IntegerRules {
   static constexpr Acc kAfter = kSigned ? Acc{1} << (8 * sizeof(T) - 1)
                                         : static_cast<Acc>((uint64_t{1} << (8 * sizeof(T))) - 1);
   static Acc before_limit(int radix) {
-    if constexpr (sizeof(T) == 4 && kSigned)
+    if constexpr (kSmall)
+      return 0;
+    else if constexpr (sizeof(T) == 4 && kSigned)
       return radix == 10 ? 214748364u : static_cast<Acc>(__f95_max_multiplicand_4[radix]);
     else if constexpr (sizeof(T) == 8 && kSigned)
       return radix == 10 ? 922337203685477580u : static_cast<Acc>(__f95_max_multiplicand_8[radix]);
@@ -148,7 +150,7 @@ int rd_iw(const InputField& f, const InputModes& m, const BadCharacterHook& hook
   using R = IntegerRules<T>;
   using Acc = typename R::Acc;
   const unsigned radix = static_cast<unsigned>(m.radix);
-  const Acc before = R::kSmall ? 0 : R::before_limit(m.radix);
+  const Acc before = R::before_limit(m.radix);
   const char* p = skip_blanks(f.begin, f.end);
 start:
   Acc v = 0;
