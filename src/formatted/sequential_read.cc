@@ -46,10 +46,11 @@ struct SequentialInput : InputWalk<SequentialInput> {
   void at_data_edit() { cursor()->handler_pos = 0; }
   void count_size(int64_t n) { stmt->size_count += n; }
   bool nopad() const { return (cursor()->flags & UF_NOPAD) != 0; }
+  bool has_hook() const { return stmt->unit_ptr->io_error_handler != nullptr; }
   BadCharacterHook hook() {
     BadCharacterHook h;
     h.separator = separator();
-    if (!stmt->unit_ptr->io_error_handler) [[likely]]
+    if (!has_hook()) [[likely]]
       return h;
     site = {stmt->unit_ptr, stmt->unit, stmt->location};
     return correction_hook(&site, h.separator);

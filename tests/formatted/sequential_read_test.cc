@@ -85,13 +85,17 @@ TEST_F(ReadRecords, EmptyAndShortRecordsReadAsBlanks) {
 }
 
 TEST_F(ReadRecords, RecordLongerThanAnyBufferGrowsItAndGivesTheMemoryBack) {
-  std::string big(20'000'000, 'x');
-  big[19'999'999] = 'y';
+  // The buffer grows by 8192 bytes a step: without the memory remapping of
+  // a plain build every step copies, so the sanitized build reads less.
+  const size_t size = QAL_SANITIZED ? 1'000'000 : 20'000'000;
+  std::string big(size, 'x');
+  big[size - 1] = 'y';
   file(big + "\n42\n" + big + "\n");
+  const std::string last_column = "(T" + std::to_string(size) + ",A1)";
   char last;
   int32_t i = 0;
   // READ(10,'(T20000000,A1)') LAST
-  EXPECT_EQ(FormattedRead(10, "(T20000000,A1)", kAll).all(CharOut{&last, 1}), 0);
+  EXPECT_EQ(FormattedRead(10, last_column, kAll).all(CharOut{&last, 1}), 0);
   EXPECT_EQ(last, 'y');
   // What is left unread moves into a buffer of its own size again.
   Unit* u = unit(10);
@@ -99,7 +103,7 @@ TEST_F(ReadRecords, RecordLongerThanAnyBufferGrowsItAndGivesTheMemoryBack) {
   EXPECT_EQ(FormattedRead(10, "(I2)", kAll).all(&i), 0);
   EXPECT_EQ(i, 42);
   // With nothing left unread, the grown buffer goes.
-  EXPECT_EQ(FormattedRead(10, "(T20000000,A1)", kAll).all(CharOut{&last, 1}), 0);
+  EXPECT_EQ(FormattedRead(10, last_column, kAll).all(CharOut{&last, 1}), 0);
   EXPECT_EQ(last, 'y');
   EXPECT_EQ(u->buffer, nullptr);
 }
