@@ -28,15 +28,19 @@ cmake --build "$build" -j2 -- -j2 >/dev/null
 
 peers="$build/bench/peers"
 mkdir -p "$peers"
-for p in list_items ten_items one_item_statement formatted_items formatted_reals hello; do
+for p in list_items ten_items one_item_statement formatted_items formatted_reals formatted_read hello; do
   gfortran -O2 "$here/peers/$p.f90" -o "$peers/$p"
 done
 
 bench="$build/bench/bench_list_write"
 formatted="$build/bench/bench_formatted_write"
+reading="$build/bench/bench_formatted_read"
+real_records=400000    # they must match formatted_read.cc
+integer_records=1000000
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work"
+"$reading" --make-files
 # gfortran's own buffering must not be switched off from the environment.
 unset GFORTRAN_UNBUFFERED_ALL GFORTRAN_UNBUFFERED_PRECONNECTED \
   GFORTRAN_FORMATTED_BUFFER_SIZE 2>/dev/null || true
@@ -70,6 +74,23 @@ median() {  # median "x y z ..."
 }
 ns() { awk -v x="$1" 'BEGIN { printf(x < 1000 ? "%.1f" : "%.0f", x) }'; }
 ratio() { awk -v p="$1" -v o="$2" 'BEGIN { printf "%.3f\n", p / o }'; }
+
+# Reads: ns per value and the sum of what was read.  Ours, the C++ floor
+# and gfortran must read the same sum, or the figures mean nothing.
+read_bench() {  # read_bench BENCHMARK VALUES_PER_ITERATION -> "ns sum"
+  "$reading" --benchmark_filter="^$1/" --benchmark_format=csv 2>/dev/null |
+    awk -F, -v per="$2" 'NR == 1 { for (i = 1; i <= NF; ++i) if ($i == "\"sum\"" || $i == "sum") c = i }
+                         NR > 1 { printf "%.3f %.17g\n", $3 / per, $c }'
+}
+read_peer() {  # read_peer FILE FORMAT RECORDS -> "ns sum"
+  "$peers/formatted_read" "$1" "$2" "$3" | tr '\n' ' '
+}
+same_sum() {  # same_sum WHO SUM REFERENCE
+  if ! awk -v a="$2" -v b="$3" 'BEGIN { exit !(a == b || (a - b < 1e-9 * (b < 0 ? -b : b) && b - a < 1e-9 * (b < 0 ? -b : b))) }'; then
+    echo "run.sh: $1 read a sum of $2, expected $3" >&2
+    exit 1
+  fi
+}
 
 declare -A o p r
 add() {  # add KEY OURS PEER
@@ -118,6 +139,17 @@ for ((k = 1; k <= reps; ++k)); do
     add "$name" "$x" "$y"
   done
 
+  for r in ES25_16:'(ES25.16)':reals.txt:$real_records:1 FourI12:'(4I12)':ints.txt:$integer_records:4; do
+    IFS=: read -r name fmt file records per <<<"$r"
+    read -r x xs <<<"$(read_bench "BM_Read$name" "$per")"
+    read -r f fs <<<"$(read_bench "BM_Floor$name" "$per")"
+    read -r y ys <<<"$(read_peer "$file" "$fmt" "$records")"
+    same_sum floor "$fs" "$xs"
+    same_sum gfortran "$ys" "$xs"
+    add "read$name" "$x" "$y"
+    add "floor$name" "$x" "$f"
+  done
+
   declare -A t=()
   while read -r name ns; do t[$name]=$ns; done < <(
     "$build/bench/exec_timer" "$rounds" \
@@ -160,6 +192,10 @@ row F25_10 "WRITE(10,'(F25.10)') of a double, per value" 'gfortran -O2' 7
 row G25_16 "WRITE(10,'(G25.16)') of a double, per value" 'gfortran -O2' 7
 row E15_7 "WRITE(10,'(E15.7)') of a double, per value" 'gfortran -O2' 7
 row ListReal 'WRITE(10,*) of a double, per value' 'gfortran -O2' 6
+row readES25_16 "READ(10,'(ES25.16)') of a double, per value" 'gfortran -O2' 8
+row floorES25_16 "READ(10,'(ES25.16)') of a double, per value" 'C++ reader, from_chars (floor)' 0.667
+row readFourI12 "READ(10,'(4I12)') of 4 integers, per value" 'gfortran -O2' 8
+row floorFourI12 "READ(10,'(4I12)') of 4 integers, per value" 'C++ reader, from_chars (floor)' 0.667
 row empty 'start-up: empty main linked with libqal, per exec' 'plain C, empty main' 0.91
 row hello 'start-up: PRINT * hello via libqal, per exec' 'plain C, fputs hello' 0.91
 row gfhello 'start-up: PRINT * hello via libqal, per exec' 'gfortran hello' -

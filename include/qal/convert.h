@@ -100,6 +100,20 @@ QAL_EXPORT void quadruple_to_decimal(const uint32_t value[4], DecimalMode* mode,
 QAL_EXPORT void x86_quadruple_to_decimal(const uint32_t value[4], DecimalMode* mode,
                                          DecimalRecord* rec, unsigned* exceptions);
 
+/* Decimal to binary: the value of `rec` correctly rounded in the direction
+ * mode->rounding (form and ndigits are not read), with the exception word
+ * (inexact, overflow, underflow) in *exceptions. */
+QAL_EXPORT void decimal_to_single(float* result, DecimalMode* mode, DecimalRecord* rec,
+                                  unsigned* exceptions);
+QAL_EXPORT void decimal_to_double(double* result, DecimalMode* mode, DecimalRecord* rec,
+                                  unsigned* exceptions);
+QAL_EXPORT void decimal_to_extended(uint32_t result[3], DecimalMode* mode, DecimalRecord* rec,
+                                    unsigned* exceptions);
+QAL_EXPORT void decimal_to_quadruple(uint32_t result[4], DecimalMode* mode, DecimalRecord* rec,
+                                     unsigned* exceptions);
+QAL_EXPORT void x86_decimal_to_quadruple(uint32_t result[4], DecimalMode* mode, DecimalRecord* rec,
+                                         unsigned* exceptions);
+
 /* Raises the bits of an exception word in the processor's flags by
  * computing something that raises them. */
 QAL_EXPORT void __base_conversion_set_exception(unsigned exceptions);

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "connect/connect.h"
+#include "formatted/correction_hook.h"
 
 using namespace qal;
 
@@ -51,6 +52,7 @@ int dispose(Unit* u, uint32_t word) {
 void forget_connection(Unit* u) {
   free(u->file_name);
   free(u->buffer);
+  forget_correction_state(u);
   memset(&u->flags, 0, sizeof(Unit) - offsetof(Unit, flags));
 }
 

@@ -231,8 +231,7 @@ extern "C" {
 
 QAL_EXPORT int __f90_ssfw(Stmt* s) {
   const StatementRef ref = statement_ref(s);
-  if (int err = start_take_unit(ref, kSequentialFormattedWrite)) return err;
-  if (int err = start_check_and_turn(ref, s->unit_ptr, kSequentialFormattedWrite)) return err;
+  if (int err = start_statement<kSequentialFormattedWrite>(ref)) return err;
   return open_record(s, s->unit_ptr);
 }
 

@@ -130,11 +130,55 @@ int fail_statement(const StatementRef& s, Unit* u, int err, FailureDetail detail
 // numbered), take it, connect it implicitly.  On success *s.unit_ptr holds
 // the taken unit; on failure the statement is over.
 int start_take_unit(const StatementRef& s, const ModeTraits& mode);
+// The failure of the take itself (1001, 12).
+int fail_taking_unit(const StatementRef& s, int err);
+// Step 3 on a taken unit: the implicit connection where it has none.
+int connect_for_statement(const StatementRef& s, Unit* u, const ModeTraits& mode);
 // Step 5: the decimal mode, and for formatted writes the rounding mode, from
 // the unit where the statement gave none.
-void resolve_modes(uint32_t& flags, uint32_t unit_flags, const ModeTraits& mode);
+inline void resolve_modes(uint32_t& flags, uint32_t uf, const ModeTraits& mode) {
+  if (!(flags & SF_DECIMAL)) flags |= (uf & UF_DECIMAL_COMMA) ? SF_DECIMAL_COMMA : SF_DECIMAL_POINT;
+  if (mode.formatted && mode.write && !mode.list_directed && !(flags & SF_ROUND)) {
+    const uint32_t round = (uf & UF_ROUND) >> 4;  // same codes, four bits lower
+    const uint32_t fallback = (flags & SF_ROUND_COMPATIBLE_DEFAULT)
+                                  ? uint32_t{SF_ROUND_COMPATIBLE}
+                                  : uint32_t{SF_ROUND_PROCESSOR_DEFINED};
+    flags |= round ? round : fallback;
+  }
+}
 // Steps 4 to 6: check the connection, resolve modes, turn the unit around.
 int start_check_and_turn(const StatementRef& s, Unit* u, const ModeTraits& mode);
+// Steps 1 to 6 the long way, from the beginning or after the take.
+int start_statement_slow(const StatementRef& s, const ModeTraits& mode);
+int continue_statement_slow(const StatementRef& s, Unit* u, const ModeTraits& mode);
+
+// Steps 1 to 6 of a statement of `mode`.  The usual case, a numbered unit
+// connected as the statement wants it and last used in the same direction,
+// costs a take and a few tests; anything else goes the long way.
+template <const ModeTraits& mode>
+inline int start_statement(const StatementRef& s) {
+  uint32_t& flags = *s.stmt_flags;
+  if (!initio_done() || (flags & (SF_DEFAULT_UNIT | SF_ASYNCHRONOUS))) [[unlikely]]
+    return start_statement_slow(s, mode);
+  Unit* u;
+  if (int err = take_numbered_unit(&u, *s.unit, s.location, OnError::Return)) [[unlikely]]
+    return fail_taking_unit(s, err);
+  *s.unit_ptr = u;
+  const uint32_t uf = u->flags;
+  constexpr uint32_t access = mode.write ? UF_WRITABLE : UF_READABLE;
+  constexpr uint32_t same = mode.write ? UF_LAST_WRITE : UF_LAST_READ;
+  constexpr uint32_t other = mode.write ? UF_LAST_READ : UF_LAST_WRITE;
+  constexpr uint32_t tested = UF_CONNECTED | access | same | other;
+  const bool usual = (uf & tested) == (UF_CONNECTED | access | same) &&
+                     (mode.direct ? !(uf & UF_SEQUENTIAL_LIKE) : (uf & UF_SEQUENTIAL_LIKE) != 0) &&
+                     mode.formatted == ((uf & UF_FORMATTED_LIKE) != 0) &&
+                     !(u->flags2 & UF2_RECORD_BROKEN);
+  if (!usual) [[unlikely]]
+    return continue_statement_slow(s, u, mode);
+  if constexpr (!mode.write) u->item_count = 0;
+  resolve_modes(flags, uf, mode);
+  return 0;
+}
 
 // The start of a statement with POS= on a stream unit: take the unit (no
 // default unit, no implicit connection), check it, resolve the modes, flush

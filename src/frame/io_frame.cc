@@ -175,13 +175,21 @@ int start_take_unit(const StatementRef& s, const ModeTraits& mode) {
       return 0;
     }
   }
-  if (int err = take_numbered_unit(&u, *s.unit, s.location, OnError::Return)) {
-    FailureDetail d;
-    d.bytes_line = err == ERR_OUT_OF_MEMORY;
-    d.bytes = sizeof(Unit);
-    return fail_statement(s, nullptr, err, d);
-  }
+  if (int err = take_numbered_unit(&u, *s.unit, s.location, OnError::Return))
+    return fail_taking_unit(s, err);
   *s.unit_ptr = u;
+  return connect_for_statement(s, u, mode);
+}
+
+int fail_taking_unit(const StatementRef& s, int err) {
+  FailureDetail d;
+  d.bytes_line = err == ERR_OUT_OF_MEMORY;
+  d.bytes = sizeof(Unit);
+  return fail_statement(s, nullptr, err, d);
+}
+
+int connect_for_statement(const StatementRef& s, Unit* u, const ModeTraits& mode) {
+  const uint32_t flags = *s.stmt_flags;
   if (!(u->flags & UF_CONNECTED)) {
     if (mode.direct)
       return fail_statement(
@@ -208,17 +216,6 @@ int start_take_unit(const StatementRef& s, const ModeTraits& mode) {
     }
   }
   return 0;
-}
-
-void resolve_modes(uint32_t& flags, uint32_t uf, const ModeTraits& mode) {
-  if (!(flags & SF_DECIMAL)) flags |= (uf & UF_DECIMAL_COMMA) ? SF_DECIMAL_COMMA : SF_DECIMAL_POINT;
-  if (mode.formatted && mode.write && !mode.list_directed && !(flags & SF_ROUND)) {
-    const uint32_t round = (uf & UF_ROUND) >> 4;  // same codes, four bits lower
-    const uint32_t fallback = (flags & SF_ROUND_COMPATIBLE_DEFAULT)
-                                  ? uint32_t{SF_ROUND_COMPATIBLE}
-                                  : uint32_t{SF_ROUND_PROCESSOR_DEFINED};
-    flags |= round ? round : fallback;
-  }
 }
 
 int start_check_and_turn(const StatementRef& s, Unit* u, const ModeTraits& mode) {
@@ -279,6 +276,16 @@ int start_check_and_turn(const StatementRef& s, Unit* u, const ModeTraits& mode)
     u->flags |= UF_LAST_READ;
   }
   return 0;
+}
+
+int start_statement_slow(const StatementRef& s, const ModeTraits& mode) {
+  if (int err = start_take_unit(s, mode)) return err;
+  return start_check_and_turn(s, *s.unit_ptr, mode);
+}
+
+int continue_statement_slow(const StatementRef& s, Unit* u, const ModeTraits& mode) {
+  if (int err = connect_for_statement(s, u, mode)) return err;
+  return start_check_and_turn(s, u, mode);
 }
 
 int end_push(const StatementRef& s, Unit* u) {

@@ -297,8 +297,7 @@ extern "C" {
 
 QAL_EXPORT int __f90_sslw(Stmt* s) {
   const StatementRef ref = statement_ref(s);
-  if (int err = start_take_unit(ref, kListWrite)) return err;
-  if (int err = start_check_and_turn(ref, s->unit_ptr, kListWrite)) return err;
+  if (int err = start_statement<kListWrite>(ref)) return err;
   return start_record(s, s->unit_ptr);
 }
 

@@ -268,4 +268,73 @@ class FormattedWrite {
   bool started_ = false;
 };
 
+// Targets of a formatted READ that a plain pointer does not tell apart.
+struct LogicalOut {
+  void* value;
+  int kind = 4;
+};
+struct CharOut {
+  char* text;
+  int64_t length;
+};
+struct QuadOut {
+  void* value;
+};
+struct ComplexOut {
+  void* value;
+  int kind = 8;
+};
+
+// READ(unit,fmt) or READ fmt, parsed at run time like FormattedWrite, or
+// from a table.  Items are where the values go.
+class FormattedRead {
+ public:
+  FormattedRead(int64_t unit, std::string_view format, uint32_t flags = 0);
+  FormattedRead(int64_t unit, const int32_t* table, int32_t* counters, uint32_t flags = 0);
+  static FormattedRead star(std::string_view format, uint32_t flags = 0) {
+    return FormattedRead(0, format, flags | SF_DEFAULT_UNIT);
+  }
+  FormattedRead(FormattedRead&& o) noexcept;
+  FormattedRead(const FormattedRead&) = delete;
+  ~FormattedRead();
+
+  FormattedRead& start();
+  FormattedRead& start_pos(int64_t pos);
+  FormattedRead& advance(std::string_view text);
+  FormattedRead& item(int8_t* v);
+  FormattedRead& item(int16_t* v);
+  FormattedRead& item(int32_t* v);
+  FormattedRead& item(int64_t* v);
+  FormattedRead& item(uint8_t* v);
+  FormattedRead& item(uint16_t* v);
+  FormattedRead& item(uint32_t* v);
+  FormattedRead& item(uint64_t* v);
+  FormattedRead& item(float* v);
+  FormattedRead& item(double* v);
+  FormattedRead& item(LogicalOut v);
+  FormattedRead& item(CharOut v);
+  FormattedRead& item(QuadOut v);
+  FormattedRead& item(ComplexOut v);
+  FormattedRead& end();
+
+  template <class... Items>
+  int all(Items... items) {
+    return whole_statement(*this, items...);
+  }
+  int status() const { return calls_.status(); }
+  IoStatementSfr& stmt() { return s_; }
+
+ private:
+  template <class F>
+  FormattedRead& run(F f) {
+    calls_.run(f);
+    return *this;
+  }
+
+  CallChain calls_;
+  Location loc_;
+  IoStatementSfr s_{};
+  bool started_ = false;
+};
+
 }  // namespace qal::test

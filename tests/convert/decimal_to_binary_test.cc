@@ -1,0 +1,269 @@
+// Decimal to binary against glibc's strtof, strtod and strtold and
+// libquadmath's strtoflt128, which round correctly in the current
+// direction: random digit strings at every exponent of each format, long
+// strings with and without digits dropped, exact midpoints between
+// neighbours and the same a hair above, the edges of overflow and
+// underflow, and the classes that need no arithmetic.
+#include <fenv.h>
+#include <math.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <random>
+#include <string>
+
+#include "convert/oracle.h"
+#include "gtest/gtest.h"
+
+extern "C" {
+#include <quadmath.h>
+}
+
+using namespace qal;
+using namespace qal::test;
+
+namespace {
+
+// A decimal record of `digits` times 10**exponent.
+DecimalRecord record(const std::string& digits, int exponent, bool negative = false,
+                     bool more = false) {
+  DecimalRecord r{};
+  r.fp_class = FPC_NORMAL;
+  r.sign = negative;
+  r.exponent = exponent;
+  const size_t n =
+      digits.size() < DECIMAL_RECORD_DIGITS - 1 ? digits.size() : DECIMAL_RECORD_DIGITS - 1;
+  memcpy(r.digits, digits.data(), n);
+  r.digits[n] = '\0';
+  r.ndigits = static_cast<int32_t>(n);
+  r.more = more;
+  return r;
+}
+
+// The same number as text for the libc parsers.  Dropped digits (`more`)
+// stand as a 1 far below the last digit, beyond every format's precision.
+std::string text_of(const DecimalRecord& r) {
+  const int tail = r.more ? 60 : 0;
+  return std::string(r.sign ? "-" : "") + r.digits + (r.more ? std::string(59, '0') + "1" : "") +
+         "e" + std::to_string(r.exponent - tail);
+}
+
+template <class T>
+T ours(DecimalRecord r, int rounding, unsigned* exceptions = nullptr) {
+  DecimalMode mode{rounding, DECIMAL_FLOATING, 0};
+  unsigned x = 0;
+  T result{};
+  if constexpr (sizeof(T) == 4) decimal_to_single(reinterpret_cast<float*>(&result), &mode, &r, &x);
+  if constexpr (sizeof(T) == 8)
+    decimal_to_double(reinterpret_cast<double*>(&result), &mode, &r, &x);
+  if constexpr (sizeof(T) == 16)
+    x86_decimal_to_quadruple(reinterpret_cast<uint32_t*>(&result), &mode, &r, &x);
+  if (exceptions) *exceptions = x;
+  return result;
+}
+
+template <class T>
+T theirs(const std::string& text, int rounding) {
+  Direction d(rounding);
+  T result{};
+  if constexpr (sizeof(T) == 4) {
+    const float f = strtof(text.c_str(), nullptr);
+    memcpy(&result, &f, 4);
+  } else if constexpr (sizeof(T) == 8) {
+    const double v = strtod(text.c_str(), nullptr);
+    memcpy(&result, &v, 8);
+  } else {
+    const __float128 q = strtoflt128(text.c_str(), nullptr);
+    memcpy(&result, &q, 16);
+  }
+  return result;
+}
+
+using Bits4 = uint32_t;
+using Bits8 = uint64_t;
+using Bits16 = unsigned __int128;
+
+std::string hex(Bits16 v) {
+  char text[40];
+  snprintf(text, sizeof text, "%016llx%016llx", static_cast<unsigned long long>(v >> 64),
+           static_cast<unsigned long long>(v));
+  return text;
+}
+
+// libquadmath's strtoflt128 overflows to infinity and underflows to zero
+// whatever the direction.  Where it does, the result a directed rounding
+// must give instead: the largest finite value or the smallest subnormal,
+// toward zero or away from it as the direction and the sign say.
+Bits16 quad_edge(Bits16 oracle, int rounding, bool negative) {
+  const Bits16 sign = static_cast<Bits16>(negative) << 127;
+  const Bits16 magnitude = oracle & ~sign;
+  const bool toward_zero = rounding == FPR_ZERO || (rounding == FPR_UP && negative) ||
+                           (rounding == FPR_DOWN && !negative);
+  if (magnitude == static_cast<Bits16>(0x7fff) << 112 && toward_zero)
+    return sign | ((static_cast<Bits16>(0x7fff) << 112) - 1);
+  if (magnitude == 0 && !toward_zero && rounding != FPR_NEAREST) return sign | 1;
+  return oracle;
+}
+
+template <class T>
+void expect_same(const DecimalRecord& r, int rounding) {
+  const std::string text = text_of(r);
+  const T a = ours<T>(r, rounding);
+  T b = theirs<T>(text, rounding);
+  if constexpr (sizeof(T) == 16) b = quad_edge(b, rounding, r.sign);
+  ASSERT_EQ(hex(a), hex(b)) << text << " direction " << rounding;
+}
+
+// The x87 format against strtold: ten bytes, as the layout holds them.
+void expect_same_extended(DecimalRecord r, int rounding) {
+  const std::string text = text_of(r);
+  DecimalMode mode{rounding, DECIMAL_FLOATING, 0};
+  unsigned x = 0;
+  uint32_t words[3];
+  decimal_to_extended(words, &mode, &r, &x);
+  long double v;
+  {
+    Direction d(rounding);
+    v = strtold(text.c_str(), nullptr);
+  }
+  unsigned char want[16] = {}, got[16] = {};
+  memcpy(want, &v, 10);
+  memcpy(got, words, 10);
+  ASSERT_EQ(memcmp(got, want, 10), 0) << text << " direction " << rounding;
+}
+
+std::string random_digits(std::mt19937_64& rng, int n) {
+  std::string s;
+  s += static_cast<char>('1' + rng() % 9);
+  for (int k = 1; k < n; ++k) s += static_cast<char>('0' + rng() % 10);
+  return s;
+}
+
+}  // namespace
+
+class DecimalToBinary : public ::testing::TestWithParam<int> {};
+
+TEST_P(DecimalToBinary, RandomDigitsAtEveryExponent) {
+  const int rounding = GetParam();
+  std::mt19937_64 rng(1234 + rounding);
+  for (int k = 0; k < scaled_count(20000); ++k) {
+    const int n = 1 + static_cast<int>(rng() % 20);
+    const std::string digits = random_digits(rng, n);
+    const bool negative = rng() & 1;
+    expect_same<Bits4>(record(digits, static_cast<int>(rng() % 100) - 65 - n, negative), rounding);
+    expect_same<Bits8>(record(digits, static_cast<int>(rng() % 680) - 345 - n, negative), rounding);
+    expect_same<Bits16>(record(digits, static_cast<int>(rng() % 9900) - 4965 - n, negative),
+                        rounding);
+    expect_same_extended(record(digits, static_cast<int>(rng() % 9900) - 4965 - n, negative),
+                         rounding);
+  }
+}
+
+TEST_P(DecimalToBinary, LongStringsWithAndWithoutDroppedDigits) {
+  const int rounding = GetParam();
+  std::mt19937_64 rng(99 + rounding);
+  for (int k = 0; k < scaled_count(600); ++k) {
+    const int n = 40 + static_cast<int>(rng() % 472);
+    const std::string digits = random_digits(rng, n);
+    const bool more = rng() & 1;
+    expect_same<Bits8>(record(digits, static_cast<int>(rng() % 600) - 300 - n, false, more),
+                       rounding);
+    expect_same<Bits16>(record(digits, static_cast<int>(rng() % 9000) - 4500 - n, true, more),
+                        rounding);
+  }
+}
+
+TEST_P(DecimalToBinary, MidpointsBetweenNeighboursAndJustAbove) {
+  const int rounding = GetParam();
+  std::mt19937_64 rng(7 + rounding);
+  for (int k = 0; k < scaled_count(3000); ++k) {
+    // A double and the next one up; their midpoint is exact in the x87
+    // format, and printf writes it out to its last digit.
+    uint64_t bits = rng() & 0x7fefffffffffffffULL;
+    double x;
+    memcpy(&x, &bits, 8);
+    const long double mid = (static_cast<long double>(x) + nextafter(x, INFINITY)) / 2;
+    char text[1200];
+    snprintf(text, sizeof text, "%.1100Le", mid);
+    // Into digits and an exponent.
+    std::string s(text);
+    const size_t e = s.find('e');
+    int exponent = atoi(s.c_str() + e + 1);
+    std::string digits = s.substr(0, 1) + s.substr(2, e - 2);
+    while (digits.size() > 1 && digits.back() == '0') digits.pop_back();
+    exponent -= static_cast<int>(digits.size()) - 1;
+    if (digits.size() > 500) continue;
+    expect_same<Bits8>(record(digits, exponent), rounding);
+    expect_same<Bits8>(record(digits + "0000000001", exponent - 10), rounding);
+    expect_same<Bits8>(record(digits, exponent, false, true), rounding);
+  }
+}
+
+TEST_P(DecimalToBinary, EdgesOfTheRange) {
+  const int rounding = GetParam();
+  const struct {
+    const char* digits;
+    int exponent;
+  } rows[] = {
+      {"17976931348623157", 292},
+      {"17976931348623159", 292},
+      {"2", 308},
+      {"1", 309},
+      {"22250738585072014", -324},
+      {"22250738585072011", -324},
+      {"49406564584124654", -340},
+      {"24703282292062327", -340},
+      {"24703282292062328", -340},
+      {"1", -400},
+      {"1", 400},
+      {"34028235", 31},
+      {"34028236", 31},
+      {"14012984", -52},
+      {"7006492", -52},
+      {"11897314953572317650857593266280070162", 4894},
+      {"1", 4933},
+      {"1", -4966},
+      {"6475175119438025110924438958227646552", -4988},
+  };
+  for (const auto& r : rows) {
+    for (bool negative : {false, true}) {
+      expect_same<Bits4>(record(r.digits, r.exponent, negative), rounding);
+      expect_same<Bits8>(record(r.digits, r.exponent, negative), rounding);
+      expect_same<Bits16>(record(r.digits, r.exponent, negative), rounding);
+    }
+  }
+  // Far outside every range: the coarse checks, no arithmetic.
+  expect_same<Bits16>(record("1", 100000), rounding);
+  expect_same<Bits16>(record("1", -100000, true), rounding);
+  expect_same<Bits8>(record("9", 2000000000), rounding);
+}
+
+INSTANTIATE_TEST_SUITE_P(AllDirections, DecimalToBinary,
+                         ::testing::Values(FPR_NEAREST, FPR_DOWN, FPR_UP, FPR_ZERO));
+
+TEST(DecimalToBinaryClasses, FixedImagesAndExceptionWords) {
+  DecimalRecord r = record("", 0, true);
+  r.fp_class = FPC_ZERO;
+  EXPECT_EQ(ours<Bits8>(r, FPR_NEAREST), uint64_t{1} << 63);
+  r.fp_class = FPC_INFINITY;
+  EXPECT_EQ(ours<Bits4>(r, FPR_NEAREST), 0xff800000u);
+  r.sign = 0;
+  r.fp_class = FPC_QUIET_NAN;
+  EXPECT_EQ(ours<Bits4>(r, FPR_NEAREST), 0x7fffffffu);
+  EXPECT_EQ(ours<Bits8>(r, FPR_NEAREST), 0x7fffffffffffffffu);
+  r.fp_class = FPC_SIGNALING_NAN;
+  EXPECT_EQ(ours<Bits4>(r, FPR_NEAREST), 0x7fbfffffu);
+  EXPECT_EQ(ours<Bits8>(r, FPR_NEAREST), 0x7ff7ffffffffffffu);
+  unsigned x = 0;
+  ours<Bits8>(record("1", 400), FPR_NEAREST, &x);
+  EXPECT_EQ(x, unsigned{FPX_OVERFLOW | FPX_INEXACT});
+  ours<Bits8>(record("1", -400), FPR_NEAREST, &x);
+  EXPECT_EQ(x, unsigned{FPX_UNDERFLOW | FPX_INEXACT});
+  ours<Bits8>(record("5", -1), FPR_NEAREST, &x);
+  EXPECT_EQ(x, 0u);
+  ours<Bits8>(record("1", -1), FPR_NEAREST, &x);
+  EXPECT_EQ(x, unsigned{FPX_INEXACT});
+  ours<Bits8>(record("5", 0, false, true), FPR_NEAREST, &x);
+  EXPECT_EQ(x, unsigned{FPX_INEXACT});  // `more` is a digit behind the last
+}
