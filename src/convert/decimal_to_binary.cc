@@ -15,6 +15,8 @@
 // by the coarse checks before any arithmetic.
 #include <string.h>
 
+#include "convert/decimal_input.h"
+#include "convert/tables.h"
 #include "qal/convert.h"
 
 namespace qal {
@@ -172,6 +174,48 @@ Rounded round_into(const Format& f, const Big& m, int b, bool sticky, int roundi
   return r;
 }
 
+// The fast path: at most 19 digits and a power of five in the wide table.
+// The digits, normalised to 64 bits, times the table's 128-bit mantissa of
+// 5**q give the value's leading bits with an error below 2**65 in the
+// 192-bit product (the mantissa is short of the power by less than two of
+// its last units).  Unless that error could carry into the rounding bit,
+// the rounding bit and the sticky mark are known: the sticky mark is set
+// whenever the power is not exact, as the true product then lies above the
+// computed one.  Results outside the normal range go the exact way.
+bool fast_path(const Format& f, uint64_t w, int q, int sign, int rounding, Rounded* out) {
+  using u128 = unsigned __int128;
+  if (w == 0 || q < -kWidePowerLimit || q > kWidePowerLimit) return false;
+  const WidePower& t = wide_power(q);
+  const int lz = __builtin_clzll(w);
+  const uint64_t wn = w << lz;
+  const u128 high = static_cast<u128>(wn) * t.hi;
+  const u128 low = static_cast<u128>(wn) * t.lo;
+  const u128 z = high + (low >> 64);  // bits 64..191 of the product
+  const uint64_t z_low = static_cast<uint64_t>(low);
+  const int top = (z >> 127) ? 191 : 190;
+  const int half = top - f.precision;  // the rounding bit; at least 77
+  const int below = half - 64;         // its place in z
+  u128 mant = z >> (below + 1);
+  const bool half_bit = (z >> below) & 1;
+  const u128 rest = z & ((u128{1} << below) - 1);
+  if (rest + 3 > (u128{1} << below)) return false;
+  const bool exact_power = q >= 0 && q <= 55;
+  const bool sticky = exact_power ? (rest != 0 || z_low != 0) : true;
+  int exponent = top + t.exponent - 127 + q - lz;
+  if (away_from_zero(rounding, sign, half_bit, sticky, mant & 1)) {
+    ++mant;
+    if (mant >> f.precision) {
+      mant >>= 1;
+      ++exponent;
+    }
+  }
+  if (exponent < f.emin || exponent > f.emax) return false;
+  out->significand = mant;
+  out->exponent = exponent;
+  out->exceptions = (half_bit || sticky) ? FPX_INEXACT : 0;
+  return true;
+}
+
 // Upper exponent limits of the coarse checks, by format; the lower limit
 // is 512 below the negative of it.
 int upper_limit(const Format& f) {
@@ -194,6 +238,12 @@ Rounded convert(const Format& f, const DecimalRecord& rec, int rounding) {
   if (exponent > upper) return overflow(f, rounding, sign);
   if (exponent <= -upper - 512) return underflow(f, rounding, sign);
   if (exponent < -upper && n < -upper - exponent) return underflow(f, rounding, sign);
+  if (!rec.more && rec.ndigits <= 19) {
+    uint64_t w = 0;
+    for (int i = 0; i < rec.ndigits; ++i) w = w * 10 + static_cast<uint64_t>(rec.digits[i] - '0');
+    Rounded fast;
+    if (fast_path(f, w, rec.exponent, sign, rounding, &fast)) return fast;
+  }
   Big m;
   for (int i = 0; i < n;) {
     // Nine digits at a time.
@@ -280,6 +330,19 @@ void decimal_to(const Format& f, DecimalMode* mode, DecimalRecord* rec, unsigned
 }
 
 }  // namespace
+
+bool fast_decimal_to_real(uint64_t w, int q, bool negative, int rounding, int size, void* out) {
+  const Format& f = size == 4 ? kSingle : kDouble;
+  Rounded r;
+  if (!fast_path(f, w, q, negative, rounding, &r)) return false;
+  DecimalRecord sign_only;
+  sign_only.fp_class = FPC_NORMAL;
+  sign_only.sign = negative;
+  const unsigned __int128 bits = pack_ieee(sign_only, r, f, 8 * size);
+  memcpy(out, &bits, static_cast<size_t>(size));
+  if (r.exceptions) __base_conversion_set_exception(r.exceptions);
+  return true;
+}
 
 extern "C" {
 

@@ -5,11 +5,13 @@
 
 #include <string.h>
 
+#include "convert/decimal_input.h"
 #include "format/data_edit.h"
 #include "formatted/input_edit.h"
 #include "formatted/read_items.h"
 #include "qal/convert.h"
 #include "qal/errors.h"
+#include "util/rounding.h"
 
 namespace qal {
 
@@ -29,6 +31,81 @@ inline int32_t bare_real_digits(int precision) {
 }
 
 }  // namespace read_detail
+
+// F, E, D, EN, ES and G with w.d on a REAL*4 or REAL*8, a field wholly
+// inside the record written the plain way: blanks, a sign, at most 19
+// significant digits with or without a point, an exponent letter with its
+// sign and digits, blanks.  Converted by the fast way when it can decide.
+// Anything else is left to the general path before anything is changed.
+template <class P>
+bool read_plain_real(P& p, const DataEdit& de, const ItemRef& item) {
+  constexpr uint32_t kUnusual = SF_BZ | SF_F77_READ;
+  auto* r = p.cursor();
+  char* const begin = r->record_pos;
+  const int32_t w = de.w;
+  if (de.shape < 2 || w <= 0 || w > r->record_end - begin || (p.stmt->stmt_flags & kUnusual) ||
+      p.has_hook())
+    return false;
+  const char point = (p.stmt->stmt_flags & SF_DECIMAL) == SF_DECIMAL_COMMA ? ',' : '.';
+  const char* c = begin;
+  const char* const end = begin + w;
+  while (c < end && *c == ' ') ++c;
+  bool negative = false;
+  if (c < end && (*c == '-' || *c == '+')) negative = *c++ == '-';
+  uint64_t v = 0;
+  int digits = 0, frac = 0;
+  bool seen_point = false, any_digit = false;
+  for (; c < end; ++c) {
+    const unsigned d = static_cast<unsigned char>(*c) - '0';
+    if (d < 10) {
+      any_digit = true;
+      if (v == 0 && d == 0) {
+        frac -= seen_point;
+        continue;
+      }
+      if (++digits > 19) return false;
+      v = v * 10 + d;
+      frac -= seen_point;
+    } else if (*c == point && !seen_point) {
+      seen_point = true;
+    } else {
+      break;
+    }
+  }
+  if (!any_digit) return false;
+  int32_t exponent;
+  if (c < end && (*c == 'E' || *c == 'e' || *c == 'D' || *c == 'd')) {
+    ++c;
+    bool minus = false;
+    if (c < end && (*c == '-' || *c == '+')) minus = *c++ == '-';
+    int32_t e = 0, n = 0;
+    for (; c < end && static_cast<unsigned>(*c - '0') < 10 && n < 5; ++c, ++n)
+      e = e * 10 + (*c - '0');
+    if (n == 0) return false;
+    exponent = (seen_point ? frac : -de.d) + (minus ? -e : e);
+  } else {
+    exponent = seen_point ? frac - p.stmt->scale_factor : -p.stmt->scale_factor - de.d;
+  }
+  while (c < end && *c == ' ') ++c;
+  if (c != end) return false;
+  if (v == 0) {
+    // Zero keeps its sign.
+    if (item.size == 4) {
+      const uint32_t bits = negative ? 0x80000000u : 0;
+      memcpy(item.address, &bits, 4);
+    } else {
+      const uint64_t bits = negative ? uint64_t{1} << 63 : 0;
+      memcpy(item.address, &bits, 8);
+    }
+  } else if (!fast_decimal_to_real(v, exponent, negative, rounding_direction(),
+                                   static_cast<int>(item.size), item.address)) {
+    return false;
+  }
+  p.count_size(w);
+  r->record_pos = begin + w;
+  if (r->record_pos > r->record_high) r->record_high = r->record_pos;
+  return true;
+}
 
 // The real family on an item of `size` bytes.  Sizes 4, 8 and 16 are read
 // at their own precision; any other size is read as a REAL*16 and receives

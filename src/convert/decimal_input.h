@@ -1,0 +1,16 @@
+// The fast way from decimal digits to a REAL*4 or REAL*8, for input editing
+// that has its digits as an integer already.
+#pragma once
+
+#include <stdint.h>
+
+namespace qal {
+
+// w (up to 19 digits, not zero) times 10**q, rounded in `rounding` into a
+// normal REAL*4 or REAL*8 (size 4 or 8) at `out`; raises inexact as the
+// exact conversions do.  False, with nothing stored, where the fast way
+// cannot decide or the result is not a normal number: the caller then
+// takes the exact way.
+bool fast_decimal_to_real(uint64_t w, int q, bool negative, int rounding, int size, void* out);
+
+}  // namespace qal
