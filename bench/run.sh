@@ -78,15 +78,17 @@ ratio() { awk -v p="$1" -v o="$2" 'BEGIN { printf "%.3f\n", p / o }'; }
 # Reads: ns per value and the sum of what was read.  Ours, the C++ floor
 # and gfortran must read the same sum, or the figures mean nothing.
 read_bench() {  # read_bench BENCHMARK VALUES_PER_ITERATION -> "ns sum"
-  "$reading" --benchmark_filter="^$1/" --benchmark_format=csv 2>/dev/null |
-    awk -F, -v per="$2" 'NR == 1 { for (i = 1; i <= NF; ++i) if ($i == "\"sum\"" || $i == "sum") c = i }
-                         NR > 1 { printf "%.3f %.17g\n", $3 / per, $c }'
+  local ns sum
+  ns=$("$reading" --benchmark_filter="^$1/" --benchmark_format=csv 2>"$work/sum.txt" |
+    awk -F, -v per="$2" 'NR > 1 { printf "%.3f", $3 / per }')
+  sum=$(awk '/^sum / { print $2 }' "$work/sum.txt" | tail -n 1)
+  echo "$ns $sum"
 }
 read_peer() {  # read_peer FILE FORMAT RECORDS -> "ns sum"
   "$peers/formatted_read" "$1" "$2" "$3" | tr '\n' ' '
 }
-same_sum() {  # same_sum WHO SUM REFERENCE
-  if ! awk -v a="$2" -v b="$3" 'BEGIN { exit !(a == b || (a - b < 1e-9 * (b < 0 ? -b : b) && b - a < 1e-9 * (b < 0 ? -b : b))) }'; then
+same_sum() {  # same_sum WHO SUM REFERENCE: the same double, to the last bit
+  if ! awk -v a="$2" -v b="$3" 'BEGIN { exit !(a + 0 == b + 0) }'; then
     echo "run.sh: $1 read a sum of $2, expected $3" >&2
     exit 1
   fi
