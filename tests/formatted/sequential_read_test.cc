@@ -472,3 +472,40 @@ TEST_F(ReadRecords, RecordsForOtherCallers) {
   // and the unit is released.
   EXPECT_EQ(__f90_read_sf_record(u, 3, 10, nullptr), ERR_END_OF_FILE);
 }
+
+TEST_F(ReadDispatch, RealsOfEverySizeAndTheirSpecialValues) {
+  file("1.5 -0.25E2 Inf -nan1.0E+9991.0E+999\n1.5\n");
+  float x4 = 0;
+  double x8 = 0, big = 0;
+  uint64_t q[2] = {};
+  uint32_t inf = 0, nan = 0;
+  FormattedRead r(10, "(F4.1,E8.2,2F4.0,2E8.1,/,F3.1)", kAll);
+  r.start().item(&x4).item(&x8).item(reinterpret_cast<float*>(&inf));
+  r.item(reinterpret_cast<float*>(&nan)).item(&big).item(&big).item(QuadOut{q}).end();
+  EXPECT_EQ(r.status(), 0);
+  EXPECT_EQ(x4, 1.5f);
+  EXPECT_EQ(x8, -25.0);
+  EXPECT_EQ(inf, 0x7f800000u);
+  EXPECT_EQ(nan, 0xffffffffu);  // every fraction bit, and the sign
+  EXPECT_EQ(big, __builtin_inf());
+  EXPECT_EQ(q[1], uint64_t{0x3fff8} << 44);  // 1.5 as REAL*16
+  EXPECT_EQ(q[0], 0u);
+  // With the overflow check, a real too large for its item is 1031.
+  close_unit(10);
+  file("1.0E+39\n");
+  EXPECT_EQ(FormattedRead(10, "(E8.1)", kAll | SF_CHECK_FP_OVERFLOW).all(&x4),
+            ERR_REAL_OVERFLOW_INPUT);
+}
+
+TEST_F(ReadDispatch, RealDescriptorsOnIntegersAndBareWidths) {
+  // A bare F on a REAL*8 is 25 wide with 16 digits after an implied point;
+  // on INTEGER*4 the field is read as a REAL*4 and its bits are stored.
+  file(std::string(24, ' ') + "5" + "1.5\n");
+  double x = 0;
+  int32_t bits = 0;
+  EXPECT_EQ(FormattedRead(10, "(F,F3.1)", kAll).all(&x, &bits), 0);
+  EXPECT_EQ(x, 5e-16);
+  float f;
+  memcpy(&f, &bits, 4);
+  EXPECT_EQ(f, 1.5f);
+}
