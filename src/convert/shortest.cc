@@ -69,7 +69,8 @@ constexpr u128 kLow64 = ~uint64_t{0};
 // floor, the low 192 the remainder), v's numerator is 4m T and a's and b's
 // differ from it by 2T.  False when a remainder is too near a boundary
 // for the table's error (below x units, x the multiplier, moved alike).
-bool narrow_floors(uint64_t m, int lower, int e, int q, u128* a, u128* v, u128* b, bool* half) {
+bool narrow_floors(uint64_t m, int lower, int e, int q, u128* a, u128* v, u128* b, bool* half,
+                   bool* b_exact) {
   const int s = -q;
   if (s < -kWidePowerLimit || s > kWidePowerLimit) return false;
   const WidePower& t = wide_power(s);
@@ -86,10 +87,14 @@ bool narrow_floors(uint64_t m, int lower, int e, int q, u128* a, u128* v, u128* 
   const U256 d = add(t_moved, t_moved);
   const U256 numerators[3] = {sub(nv, lower == 2 ? d : t_moved), nv, add(nv, d)};
   u128* floors[3] = {a, v, b};
+  *b_exact = false;
   for (int i = 0; i < 3; ++i) {
     const U256& n = numerators[i];
     *floors[i] = n.hi >> 64;
-    if (exact) continue;
+    if (exact) {
+      if (i == 2) *b_exact = (n.hi & kLow64) == 0 && n.lo == 0;
+      continue;
+    }
     // The exact remainder lies in [F, F + x), x = 4m - 2, 4m or 4m + 2.
     const u128 multiplier = 4 * static_cast<u128>(m) + (i == 0 ? -lower : 2 * i - 2);
     const U256 x = shift_left(U256{0, multiplier}, move);
@@ -164,10 +169,18 @@ void shorten(T* a, T* v, T* b, int* p, bool* half) {
 
 extern "C" QAL_EXPORT void __f_cvt_real(const uint16_t* mant, int nbits, int e2, int narrow,
                                         char* digits, int* ndigits, int* k) {
-  // The lower end of the interval: v - m, or v - m/2 for a narrow margin.
-  const int lower = narrow ? 1 : 2;
   u128 m = 0;
   for (int i = (nbits + 15) / 16 - 1; i >= 0; --i) m = m << 16 | mant[i];
+  // The digits must read back to the value under ties to even: the upper
+  // end of the interval belongs to it when its significand is even (in its
+  // own format: a subnormal comes normalised, so its stored significand is
+  // m shifted back), and a power of two above the smallest normal has its
+  // lower neighbour half as far away, so the lower end is v - m/2.
+  const int smallest_e2 = nbits == 24 ? -149 : nbits == 53 ? -1074 : -16494;
+  const u128 stored = e2 < smallest_e2 ? m >> (smallest_e2 - e2) : m;
+  const bool power_of_two = m == u128{1} << (nbits - 1) && e2 > smallest_e2;
+  const int lower = narrow || power_of_two ? 1 : 2;
+  const bool upper_closed = (stored & 1) == 0;
   // In units of 2**(e2-2): a = 4m - 2, v = 4m, b = 4m + 2.
   const int e = e2 - 2;
   // 10**q <= 2**e2, so the interval of width 2**e2 holds a multiple of
@@ -175,20 +188,26 @@ extern "C" QAL_EXPORT void __f_cvt_real(const uint16_t* mant, int nbits, int e2,
   // estimate come out one too high the check below lowers it.
   int q = static_cast<int>((int64_t{e2} * 661971961083LL) >> 41);
   u128 a, v, b;
-  bool half;
+  bool half, b_exact;
   for (;;) {
     if (!((m >> 56) == 0 &&
-          narrow_floors(static_cast<uint64_t>(m), lower, e, q, &a, &v, &b, &half))) {
+          narrow_floors(static_cast<uint64_t>(m), lower, e, q, &a, &v, &b, &half, &b_exact))) {
       Rest ra, rv, rb;
       floor_scaled(4 * m - lower, e, q, &a, &ra);
       floor_scaled(4 * m, e, q, &v, &rv);
       floor_scaled(4 * m + 2, e, q, &b, &rb);
       half = rv == Rest::kHalf || rv == Rest::kAboveHalf;
+      b_exact = rb == Rest::kZero;
     }
+    // An open upper end: a multiple of 10**q right on it is out.
+    if (!upper_closed && b_exact) --b;
     if (b > a) break;
     --q;
   }
   int p = q;
+  // From here on, B only shrinks by whole tens: the open end cannot bind
+  // again, as a B exactly on it was lowered above and dividing moves it
+  // below any other multiple.
   if (b >> 64) {
     shorten(&a, &v, &b, &p, &half);
   } else {

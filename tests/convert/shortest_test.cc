@@ -98,8 +98,15 @@ std::ostream& operator<<(std::ostream& os, const Shortest& s) {
 }
 
 // The loop as described: R/S is the value and M/S half a unit of its last
-// bit; k is the power of ten of the digit being generated.
-Shortest reference(unsigned __int128 mant, int e2, bool narrow = false) {
+// bit; k is the power of ten of the digit being generated.  The value must
+// read back under ties to even: the upper end counts only for an even
+// significand (`stored`, the significand as its format holds it), and a
+// power of two above the smallest normal has the narrow lower margin.
+Shortest reference(unsigned __int128 mant, int nbits, int e2, bool narrow = false) {
+  const int smallest_e2 = nbits == 24 ? -149 : nbits == 53 ? -1074 : -16494;
+  const unsigned __int128 stored = e2 < smallest_e2 ? mant >> (smallest_e2 - e2) : mant;
+  const bool upper_closed = (stored & 1) == 0;
+  if (mant == static_cast<unsigned __int128>(1) << (nbits - 1) && e2 > smallest_e2) narrow = true;
   const int sh = e2 >= 1 ? e2 + 2 : 2;
   Nat r = Nat::of(mant).shl(sh);
   Nat m = Nat::power_of_two(sh - 1);
@@ -152,7 +159,8 @@ Shortest reference(unsigned __int128 mant, int e2, bool narrow = false) {
     m.mul(10);
     // A narrow margin also wants R below M/2.
     const bool low = cmp(r, m) < 0 && (!narrow || cmp(r + r, m) < 0);
-    const bool high = cmp(r + m, s) >= 0;  // R at or above S - M
+    const int upper = cmp(r + m, s);  // R against S - M
+    const bool high = upper_closed ? upper >= 0 : upper > 0;
     if (!low && !high) {
       out.digits += static_cast<char>('0' + d);
       continue;
@@ -203,7 +211,7 @@ TEST(ShortestDigits, KnownValues) {
   for (const Row& r : rows) {
     const Shortest want{r.digits, r.k};
     EXPECT_EQ(ours(r.mant, r.nbits, r.e2), want) << r.digits;
-    EXPECT_EQ(reference(r.mant, r.e2), want) << r.digits;
+    EXPECT_EQ(reference(r.mant, r.nbits, r.e2), want) << r.digits;
   }
 }
 
@@ -233,7 +241,7 @@ TEST(ShortestDigits, SameAsTheDigitLoop) {
     const unsigned __int128 bits = static_cast<unsigned __int128>(ops.bits()) << 64 | ops.bits();
     switch (ops.below(6)) {
       case 0:
-        mant = top;  // a power of two: the lower margin stays as wide
+        mant = top;  // a power of two: the narrow lower margin
         break;
       case 1:
         mant = (bits & (top - 1)) >> ops.below(nbits);  // subnormal, as stored
@@ -243,10 +251,10 @@ TEST(ShortestDigits, SameAsTheDigitLoop) {
         mant = top | (bits & (top - 1));
         break;
     }
-    ASSERT_EQ(ours(mant, nbits, e2), reference(mant, e2))
+    ASSERT_EQ(ours(mant, nbits, e2), reference(mant, nbits, e2))
         << "nbits " << nbits << " e2 " << e2 << " mant " << static_cast<double>(mant);
     if (i % 8 == 0) {
-      ASSERT_EQ(ours(mant, nbits, e2, 1), reference(mant, e2, true))
+      ASSERT_EQ(ours(mant, nbits, e2, 1), reference(mant, nbits, e2, true))
           << "narrow: nbits " << nbits << " e2 " << e2 << " mant " << static_cast<double>(mant);
     }
   }
@@ -306,4 +314,103 @@ TEST(ShortestDigits, SameAsToCharsOffTheMargin) {
 }
 
 }  // namespace
+}  // namespace qal::test
+
+namespace qal::test {
+namespace {
+
+// The digits of a finite non-zero value of `nbits` given by its stored
+// significand and biased exponent, as the list-directed writer asks for
+// them: subnormals normalised first.
+Shortest shortest_of_stored(unsigned __int128 stored, int biased, int nbits) {
+  const int bias = nbits == 24 ? 127 : nbits == 53 ? 1023 : 16383;
+  int e2 = (biased == 0 ? 1 : biased) - bias - (nbits - 1);
+  unsigned __int128 mant = stored;
+  if (biased != 0) {
+    mant |= static_cast<unsigned __int128>(1) << (nbits - 1);
+  } else {
+    while (!(mant >> (nbits - 1))) {
+      mant <<= 1;
+      --e2;
+    }
+  }
+  return ours(mant, nbits, e2);
+}
+
+// Reads the digits back through the library's own conversion and through
+// the C library's; both must give the value's image again.
+void expect_reads_back(unsigned __int128 image, int nbits, const Shortest& s) {
+  DecimalRecord rec{};
+  rec.fp_class = FPC_NORMAL;
+  memcpy(rec.digits, s.digits.data(), s.digits.size());
+  rec.ndigits = static_cast<int32_t>(s.digits.size());
+  rec.exponent = s.k;
+  DecimalMode mode{FPR_NEAREST, DECIMAL_FLOATING, 0};
+  unsigned x = 0;
+  const std::string text = s.digits + "e" + std::to_string(s.k);
+  unsigned __int128 back = 0;
+  if (nbits == 24) {
+    float f;
+    decimal_to_single(&f, &mode, &rec, &x);
+    memcpy(&back, &f, 4);
+    const float c = strtof(text.c_str(), nullptr);
+    ASSERT_EQ(memcmp(&c, &image, 4), 0) << text;
+  } else if (nbits == 53) {
+    double d;
+    decimal_to_double(&d, &mode, &rec, &x);
+    memcpy(&back, &d, 8);
+    const double c = strtod(text.c_str(), nullptr);
+    ASSERT_EQ(memcmp(&c, &image, 8), 0) << text;
+  } else {
+    x86_decimal_to_quadruple(reinterpret_cast<uint32_t*>(&back), &mode, &rec, &x);
+    const __float128 c = strtoflt128(text.c_str(), nullptr);
+    ASSERT_EQ(memcmp(&c, &image, 16), 0) << text;
+  }
+  ASSERT_TRUE(back == image) << text;
+}
+
+void check_image(unsigned __int128 image, int nbits) {
+  const int exponent_bits = nbits == 24 ? 8 : nbits == 53 ? 11 : 15;
+  const int biased = static_cast<int>((image >> (nbits - 1)) & ((1u << exponent_bits) - 1));
+  const unsigned __int128 stored = image & ((static_cast<unsigned __int128>(1) << (nbits - 1)) - 1);
+  if (biased == (1 << exponent_bits) - 1 || (biased == 0 && stored == 0)) return;
+  expect_reads_back(image, nbits, shortest_of_stored(stored, biased, nbits));
+}
+
+}  // namespace
+
+// Every list-directed real must read back to itself: random images of
+// each format, every power of two, and both sides of the subnormal edge.
+TEST(ShortestDigits, EveryValueReadsBack) {
+  Operands ops(23);
+  const int count = count_from_environment(400000);
+  for (int i = 0; i < count; ++i) {
+    check_image(static_cast<uint32_t>(ops.bits()) & 0x7fffffffu, 24);
+    check_image(ops.bits() & 0x7fffffffffffffffULL, 53);
+    // Quads read back mostly the exact way, which is slower: fewer of them.
+    if (i % 64 == 0)
+      check_image((static_cast<unsigned __int128>(ops.bits()) << 64 | ops.bits()) &
+                      ~(static_cast<unsigned __int128>(1) << 127),
+                  113);
+  }
+  for (const int nbits : {24, 53, 113}) {
+    const int exponent_bits = nbits == 24 ? 8 : nbits == 53 ? 11 : 15;
+    // Every power of two, subnormal and normal (every 16th exponent of the
+    // quads, whose far ones take the exact way back).
+    const int step = nbits == 113 ? 16 : 1;
+    for (int b = 0; b < (1 << exponent_bits) - 1; b += step) {
+      if (b == 0) {
+        for (int k = 0; k < nbits - 1; ++k)
+          check_image(static_cast<unsigned __int128>(1) << k, nbits);
+      } else {
+        check_image(static_cast<unsigned __int128>(b) << (nbits - 1), nbits);
+      }
+    }
+    // The largest subnormals and the smallest normals.
+    const unsigned __int128 edge = static_cast<unsigned __int128>(1) << (nbits - 1);
+    const int around = nbits == 113 ? 40 : 300;
+    for (int k = -around; k <= around; ++k) check_image(edge + k, nbits);
+  }
+}
+
 }  // namespace qal::test
