@@ -35,6 +35,7 @@ done
 bench="$build/bench/bench_list_write"
 formatted="$build/bench/bench_formatted_write"
 reading="$build/bench/bench_formatted_read"
+floors="$build/bench/bench_floors"
 real_records=400000    # they must match formatted_read.cc
 integer_records=1000000
 work=$(mktemp -d)
@@ -61,7 +62,22 @@ ours() {  # ours BENCHMARK ITEMS RECORDS [BINARY]
   rm -f fort.10
   "${4:-$bench}" --benchmark_filter="^$1/" --benchmark_format=csv 2>/dev/null |
     awk -F, -v per="$2" 'NR > 1 { printf "%.3f\n", $3 / per }'
+  cp fort.10 ours.txt
   check_records "$1" "$3"
+}
+# The floor of a benchmark: the same bytes by plain C++.  It must write
+# exactly what ours wrote in ours.txt.
+floor() {  # floor BENCHMARK ITEMS
+  rm -f floor.txt
+  "$floors" --benchmark_filter="^BM_Floor${1#BM_}/" --benchmark_format=csv 2>/dev/null |
+    awk -F, -v per="$2" 'NR > 1 { printf "%.3f\n", $3 / per }'
+  if ! cmp -s ours.txt floor.txt; then
+    echo "run.sh: the floor of $1 does not write the library's bytes:" >&2
+    cmp ours.txt floor.txt >&2 || true
+    diff <(head -c 2000000 ours.txt) <(head -c 2000000 floor.txt) | head -6 >&2 || true
+    exit 1
+  fi
+  rm -f floor.txt
 }
 peer() {  # peer PROGRAM STATEMENTS [FORMAT]
   rm -f fort.10
@@ -127,6 +143,16 @@ for ((k = 1; k <= reps; ++k)); do
   add stmt "$c" "$d"
   add ten "$e" "$f"
   add four "$g" "$h"
+  # Each of ours again, then its floor over the same bytes.
+  for w in BM_ListItems:1000:$((list_statements + 1)):"$bench":items \
+    BM_OneItemStatement:1:$((single_statements + 1)):"$bench":stmt \
+    BM_TenItems:10:$((ten_statements + 1)):"$bench":ten \
+    BM_FormattedFourItems:4:$((four_statements + 1)):"$formatted":four; do
+    IFS=: read -r name per records binary key <<<"$w"
+    x=$(ours "$name" "$per" "$records" "$binary")
+    y=$(floor "$name" "$per")
+    add "floor$key" "$x" "$y"
+  done
   for r in ES25_16E3:'(ES25.16E3)' F25_10:'(F25.10)' G25_16:'(G25.16)' E15_7:'(E15.7)' \
     ListReal:'*'; do
     name=${r%%:*}
@@ -139,6 +165,9 @@ for ((k = 1; k <= reps; ++k)); do
       x=$(ours "BM_$name" 1 $((real_statements + 1)) "$formatted")
     fi
     add "$name" "$x" "$y"
+    x=$(ours "BM_$name" 1 $((real_statements + 1)) "$formatted")
+    y=$(floor "BM_$name" 1)
+    add "floor$name" "$x" "$y"
   done
 
   for r in ES25_16:'(ES25.16)':reals.txt:$real_records:1 FourI12:'(4I12)':ints.txt:$integer_records:4; do
@@ -194,10 +223,19 @@ row F25_10 "WRITE(10,'(F25.10)') of a double, per value" 'gfortran -O2' 7
 row G25_16 "WRITE(10,'(G25.16)') of a double, per value" 'gfortran -O2' 7
 row E15_7 "WRITE(10,'(E15.7)') of a double, per value" 'gfortran -O2' 7
 row ListReal 'WRITE(10,*) of a double, per value' 'gfortran -O2' 6
+row flooritems 'WRITE(10,*) (A(I),I=1,1000), per item' 'C++ to_chars (floor)' 0.77
+row floorstmt 'WRITE(10,*) I, per statement' 'C++ to_chars (floor)' 0.5
+row floorten 'WRITE(10,*) of 10 scalar integers, per item' 'C++ to_chars (floor)' 0.77
+row floorfour "WRITE(10,'(4I12)') of 4 scalar integers, per item" 'C++ to_chars (floor)' 0.77
+row floorES25_16E3 "WRITE(10,'(ES25.16E3)') of a double, per value" 'C++ to_chars (floor)' 0.77
+row floorF25_10 "WRITE(10,'(F25.10)') of a double, per value" 'C++ to_chars (floor)' 0.77
+row floorG25_16 "WRITE(10,'(G25.16)') of a double, per value" 'C++ to_chars (floor)' 0.77
+row floorE15_7 "WRITE(10,'(E15.7)') of a double, per value" 'C++ to_chars (floor)' 0.77
+row floorListReal 'WRITE(10,*) of a double, per value' 'C++ to_chars (floor)' 0.77
 row readES25_16 "READ(10,'(ES25.16)') of a double, per value" 'gfortran -O2' 8
-row floorES25_16 "READ(10,'(ES25.16)') of a double, per value" 'C++ reader, from_chars (floor)' 0.667
+row floorES25_16 "READ(10,'(ES25.16)') of a double, per value" 'C++ reader, from_chars (floor)' 0.77
 row readFourI12 "READ(10,'(4I12)') of 4 integers, per value" 'gfortran -O2' 8
-row floorFourI12 "READ(10,'(4I12)') of 4 integers, per value" 'C++ reader, from_chars (floor)' 0.667
+row floorFourI12 "READ(10,'(4I12)') of 4 integers, per value" 'C++ reader, from_chars (floor)' 0.77
 row empty 'start-up: empty main linked with libqal, per exec' 'plain C, empty main' 0.91
 row hello 'start-up: PRINT * hello via libqal, per exec' 'plain C, fputs hello' 0.91
 row gfhello 'start-up: PRINT * hello via libqal, per exec' 'gfortran hello' -
