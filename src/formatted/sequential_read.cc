@@ -283,7 +283,7 @@ QAL_EXPORT int __f90_esfr(Stmt* s) {
     s->stmt_flags &= ~SF_FREE_FORMAT;
   }
   if (int err = shrink_between_statements(s, u)) return err;
-  __f90_release_unit(u);
+  release_unit(u);
   return 0;
 }
 

@@ -298,7 +298,7 @@ QAL_EXPORT int __f90_esfw(Stmt* s) {
     u->flush_ptr = u->data_ptr = u->data_end = nullptr;
     u->flags &= ~UF_BUFFER_GROWN;
   }
-  __f90_release_unit(u);
+  release_unit(u);
   return 0;
 }
 

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <errno.h>
+#include <pthread.h>
+#include <sys/single_threaded.h>
 #include <stdlib.h>
 
 #include <type_traits>
@@ -152,6 +154,30 @@ int start_check_and_turn(const StatementRef& s, Unit* u, const ModeTraits& mode)
 int start_statement_slow(const StatementRef& s, const ModeTraits& mode);
 int continue_statement_slow(const StatementRef& s, Unit* u, const ModeTraits& mode);
 
+// The take of a unit below 128 that nobody holds, in a process with one
+// thread: no lock to take, nobody to wait for.  Null where that is not the
+// case (the general take then does it all).
+inline Unit* take_quickly(int64_t unit) {
+  if (!__libc_single_threaded || static_cast<uint64_t>(unit) >= SMALL_UNIT_TABLE_SIZE)
+    return nullptr;
+  Unit* u = __f90_small_unit_pointer_table[unit];
+  if (!u || u->hold_count != 0 || u->stream) return nullptr;
+  u->owner = pthread_self();
+  u->hold_count = 1;
+  return u;
+}
+
+// The release of a connected unit taken once, in a process with one
+// thread; anything else goes through __f90_release_unit.
+inline void release_unit(Unit* u) {
+  if (__libc_single_threaded && u->hold_count == 1 && (u->flags & UF_CONNECTED) && !u->stream) {
+    u->hold_count = 0;
+    u->flags &= ~UF_NESTED;
+    return;
+  }
+  __f90_release_unit(u);
+}
+
 // Steps 1 to 6 of a statement of `mode`.  The usual case, a numbered unit
 // connected as the statement wants it and last used in the same direction,
 // costs a take and a few tests; anything else goes the long way.
@@ -160,9 +186,10 @@ inline int start_statement(const StatementRef& s) {
   uint32_t& flags = *s.stmt_flags;
   if (!initio_done() || (flags & (SF_DEFAULT_UNIT | SF_ASYNCHRONOUS))) [[unlikely]]
     return start_statement_slow(s, mode);
-  Unit* u;
-  if (int err = take_numbered_unit(&u, *s.unit, s.location, OnError::Return)) [[unlikely]]
-    return fail_taking_unit(s, err);
+  Unit* u = take_quickly(*s.unit);
+  if (!u)
+    if (int err = take_numbered_unit(&u, *s.unit, s.location, OnError::Return)) [[unlikely]]
+      return fail_taking_unit(s, err);
   *s.unit_ptr = u;
   const uint32_t uf = u->flags;
   constexpr uint32_t access = mode.write ? UF_WRITABLE : UF_READABLE;

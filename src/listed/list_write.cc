@@ -352,7 +352,7 @@ QAL_EXPORT int __f90_eslw(Stmt* s) {
     u->data_ptr = u->data_end;
   }
   if (int err = end_push(statement_ref(s), u)) return err;
-  __f90_release_unit(u);
+  release_unit(u);
   return 0;
 }
 
