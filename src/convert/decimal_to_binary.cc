@@ -174,6 +174,42 @@ Rounded round_into(const Format& f, const Big& m, int b, bool sticky, int roundi
   return r;
 }
 
+// w / 10**k for k at most 27, where 5**k fits in 63 bits, into a format of
+// at most 53 bits: one division of the normalised digits, shifted up by 63,
+// by 5**k leaves a quotient of at least 64 bits and an exact remainder.
+// This settles the values the wide product cannot: those on or next to a
+// rounding boundary, such as integers written with a fraction
+// ("2621133400200602.0").
+bool small_quotient(const Format& f, uint64_t w, int k, int sign, int rounding, Rounded* out) {
+  using u128 = unsigned __int128;
+  uint64_t five = 1;
+  for (int i = 0; i < k; ++i) five *= 5;
+  const int lz = __builtin_clzll(w);
+  const u128 n = static_cast<u128>(w << lz) << 63;
+  const u128 q = n / five;
+  const bool remainder = n % five != 0;
+  const uint64_t q_high = static_cast<uint64_t>(q >> 64);
+  const int length = q_high ? 128 - __builtin_clzll(q_high) : 64;  // q is at least 2**63
+  int exponent = length - 1 - 63 - lz - k;
+  if (exponent < f.emin || exponent > f.emax) return false;
+  const int low = length - f.precision;  // at least 11
+  u128 mant = q >> low;
+  const bool half = (q >> (low - 1)) & 1;
+  const bool rest = remainder || (q & ((u128{1} << (low - 1)) - 1)) != 0;
+  if (away_from_zero(rounding, sign, half, rest, mant & 1)) {
+    ++mant;
+    if (mant >> f.precision) {
+      mant >>= 1;
+      ++exponent;
+    }
+  }
+  if (exponent > f.emax) return false;
+  out->significand = mant;
+  out->exponent = exponent;
+  out->exceptions = (half || rest) ? FPX_INEXACT : 0;
+  return true;
+}
+
 // The fast path: at most 19 digits and a power of five in the wide table.
 // The digits, normalised to 64 bits, times the table's 128-bit mantissa of
 // 5**q give the value's leading bits with an error below 2**65 in the
@@ -181,7 +217,9 @@ Rounded round_into(const Format& f, const Big& m, int b, bool sticky, int roundi
 // its last units).  Unless that error could carry into the rounding bit,
 // the rounding bit and the sticky mark are known: the sticky mark is set
 // whenever the power is not exact, as the true product then lies above the
-// computed one.  Results outside the normal range go the exact way.
+// computed one.  When it could, a short quotient decides if 10**-q is
+// small enough, the exact way otherwise; results outside the normal range
+// go the exact way too.
 bool fast_path(const Format& f, uint64_t w, int q, int sign, int rounding, Rounded* out) {
   using u128 = unsigned __int128;
   if (w == 0 || q < -kWidePowerLimit || q > kWidePowerLimit) return false;
@@ -198,7 +236,8 @@ bool fast_path(const Format& f, uint64_t w, int q, int sign, int rounding, Round
   u128 mant = z >> (below + 1);
   const bool half_bit = (z >> below) & 1;
   const u128 rest = z & ((u128{1} << below) - 1);
-  if (rest + 3 > (u128{1} << below)) return false;
+  if (rest + 3 > (u128{1} << below))
+    return f.precision <= 53 && q < 0 && q >= -27 && small_quotient(f, w, -q, sign, rounding, out);
   const bool exact_power = q >= 0 && q <= 55;
   const bool sticky = exact_power ? (rest != 0 || z_low != 0) : true;
   int exponent = top + t.exponent - 127 + q - lz;

@@ -200,6 +200,41 @@ TEST_P(DecimalToBinary, MidpointsBetweenNeighboursAndJustAbove) {
   }
 }
 
+// Few digits after the point and a value on a boundary or exactly
+// representable: integers written with zeros after the point, and the
+// dyadic values a / 2**j (exact in decimal as a * 5**j / 10**j) whose
+// sizes put them on the rounding boundary of a float or a double, with
+// their neighbours one unit of the last digit away.
+TEST_P(DecimalToBinary, ExactValuesWithFewDecimals) {
+  const int rounding = GetParam();
+  std::mt19937_64 rng(4242 + rounding);
+  char text[32];
+  for (int k = 0; k < scaled_count(4000); ++k) {
+    const int zeros = 1 + static_cast<int>(rng() % 3);
+    const uint64_t integer = (rng() >> (11 + rng() % 40)) | 1;
+    snprintf(text, sizeof text, "%llu%.*s", static_cast<unsigned long long>(integer), zeros,
+             "000");
+    if (strlen(text) <= 19) {
+      expect_same<Bits8>(record(text, -zeros), rounding);
+      expect_same<Bits4>(record(text, -zeros), rounding);
+    }
+    const int j = 1 + static_cast<int>(rng() % 12);
+    uint64_t five = 1;
+    for (int i = 0; i < j; ++i) five *= 5;
+    for (int bits : {25, 26, 54, 55}) {
+      const uint64_t a = ((rng() >> (64 - bits)) | (uint64_t{1} << (bits - 1))) | 1;
+      if (a > UINT64_MAX / five / 10) continue;
+      const uint64_t digits = a * five;
+      for (uint64_t d : {digits - 1, digits, digits + 1}) {
+        snprintf(text, sizeof text, "%llu", static_cast<unsigned long long>(d));
+        const bool negative = rng() & 1;
+        expect_same<Bits8>(record(text, -j, negative), rounding);
+        expect_same<Bits4>(record(text, -j, negative), rounding);
+      }
+    }
+  }
+}
+
 TEST_P(DecimalToBinary, EdgesOfTheRange) {
   const int rounding = GetParam();
   const struct {
