@@ -7,10 +7,11 @@
 namespace qal {
 
 // w (up to 19 digits, not zero) times 10**q, rounded in `rounding` into a
-// normal REAL*4 or REAL*8 (size 4 or 8) at `out`; raises inexact as the
+// normal REAL*4 or REAL*8 (N bytes) at `out`; raises inexact as the
 // exact conversions do.  False, with nothing stored, where the fast way
 // cannot decide or the result is not a normal number: the caller then
 // takes the exact way.
-bool fast_decimal_to_real(uint64_t w, int q, bool negative, int rounding, int size, void* out);
+template <int N>
+bool fast_decimal_to_real(uint64_t w, int q, bool negative, int rounding, void* out);
 
 }  // namespace qal

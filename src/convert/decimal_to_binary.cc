@@ -15,6 +15,8 @@
 // by the coarse checks before any arithmetic.
 #include <string.h>
 
+#include <type_traits>
+
 #include "convert/decimal_input.h"
 #include "convert/tables.h"
 #include "qal/convert.h"
@@ -220,7 +222,8 @@ bool small_quotient(const Format& f, uint64_t w, int k, int sign, int rounding, 
 // computed one.  When it could, a short quotient decides if 10**-q is
 // small enough, the exact way otherwise; results outside the normal range
 // go the exact way too.
-bool fast_path(const Format& f, uint64_t w, int q, int sign, int rounding, Rounded* out) {
+[[gnu::always_inline]] inline bool fast_path(const Format& f, uint64_t w, int q, int sign,
+                                             int rounding, Rounded* out) {
   using u128 = unsigned __int128;
   if (w == 0 || q < -kWidePowerLimit || q > kWidePowerLimit) return false;
   const WidePower& t = wide_power(q);
@@ -370,18 +373,25 @@ void decimal_to(const Format& f, DecimalMode* mode, DecimalRecord* rec, unsigned
 
 }  // namespace
 
-bool fast_decimal_to_real(uint64_t w, int q, bool negative, int rounding, int size, void* out) {
-  const Format& f = size == 4 ? kSingle : kDouble;
+template <int N>
+bool fast_decimal_to_real(uint64_t w, int q, bool negative, int rounding, void* out) {
+  static_assert(N == 4 || N == 8);
+  using Bits = std::conditional_t<N == 4, uint32_t, uint64_t>;
+  constexpr const Format& f = N == 4 ? kSingle : kDouble;
+  constexpr int fraction = f.precision - 1;
   Rounded r;
   if (!fast_path(f, w, q, negative, rounding, &r)) return false;
-  DecimalRecord sign_only;
-  sign_only.fp_class = FPC_NORMAL;
-  sign_only.sign = negative;
-  const unsigned __int128 bits = pack_ieee(sign_only, r, f, 8 * size);
-  memcpy(out, &bits, static_cast<size_t>(size));
+  // A normal number: the leading bit of the significand is the exponent's
+  // lowest bit's carry.
+  const Bits magnitude =
+      (static_cast<Bits>(r.exponent + f.emax - 1) << fraction) + static_cast<Bits>(r.significand);
+  const Bits bits = (static_cast<Bits>(negative) << (8 * N - 1)) | magnitude;
+  memcpy(out, &bits, N);
   if (r.exceptions) __base_conversion_set_exception(r.exceptions);
   return true;
 }
+template bool fast_decimal_to_real<4>(uint64_t, int, bool, int, void*);
+template bool fast_decimal_to_real<8>(uint64_t, int, bool, int, void*);
 
 extern "C" {
 

@@ -29,6 +29,7 @@
 #include "format/format_walker.h"
 #include "formatted/input_edit.h"
 #include "qal/errors.h"
+#include "util/digit_scan.h"
 
 namespace qal {
 
@@ -110,6 +111,10 @@ struct InputWalk {
     if (end > begin) self().count_size(end - begin);
     return f;
   }
+
+  // The end of the bytes a field's scanner may load: the record's, unless
+  // the policy knows of more readable text behind it.
+  const char* load_limit() const { return self().cursor()->record_end; }
 
   char separator() const {
     return (self().stmt->stmt_flags & SF_DECIMAL) == SF_DECIMAL_COMMA ? ';' : ',';
@@ -401,7 +406,7 @@ int read_on_descriptor_f77(P& p, const DataEdit& de, void* item, int64_t size) {
 
 // Brings the walk to the next item's data edit descriptor and returns it.
 template <RecordPolicy P>
-int walk_to_item(P& p, const int32_t** op_out) {
+[[gnu::always_inline]] inline int walk_to_item(P& p, const int32_t** op_out) {
   auto* s = p.stmt;
   p.cursor()->item_count++;
   const int32_t* op = s->format + s->format_index;
@@ -421,6 +426,29 @@ int walk_to_item(P& p, const int32_t** op_out) {
   return 0;
 }
 
+// The usual integer field, blanks, perhaps a sign, and one to seven digits
+// ending the field, from the one word that ends it: the word may begin
+// before the field, as far back as `lower`.  False for any other field, with
+// nothing changed.
+inline bool right_aligned_integer(const char* begin, const char* end, const char* lower,
+                                  const char* limit, uint64_t* value, bool* negative) {
+  if (end - 8 < lower) return false;
+  const uint64_t y = load_eight(end - 8) ^ (kEveryByte * '0');
+  const uint64_t stop = non_digit_values(y);
+  if (stop == 0) return false;  // eight digits or more
+  int digits = __builtin_clzll(stop) >> 3;
+  if (digits > end - begin) digits = static_cast<int>(end - begin);
+  if (digits == 0) return false;
+  const char* const first = end - digits;
+  const char* c = skip_blanks(begin, first, limit);
+  if (c < first) {
+    if (c + 1 != first || (*c != '-' && *c != '+')) return false;
+    *negative = *c == '-';
+  }
+  *value = eight_digit_value(y & (~uint64_t{0} << (64 - 8 * digits)));
+  return true;
+}
+
 // Iw of a four- or eight-byte integer in decimal, the commonest field of
 // all: a field wholly inside the record of blanks, a sign and at most 18
 // digits, taken in one pass.  Anything else (a separator, a bad character,
@@ -434,18 +462,19 @@ bool read_plain_integer(P& p, int32_t w, const ItemRef& item) {
   if (w <= 0 || w > r->record_end - begin || p.stmt->radix != 10 ||
       (p.stmt->stmt_flags & kUnusual) || p.has_hook())
     return false;
-  const char* c = begin;
   const char* const end = begin + w;
-  while (c < end && *c == ' ') ++c;
+  const char* const limit = p.load_limit();
   bool negative = false;
-  if (c < end && (*c == '-' || *c == '+')) negative = *c++ == '-';
-  const char* const first = c;
   uint64_t v = 0;
-  for (unsigned d; c < end && (d = static_cast<unsigned char>(*c) - '0') < 10; ++c) v = v * 10 + d;
-  const ptrdiff_t digits = c - first;
-  while (c < end && *c == ' ') ++c;
-  // Blanks between digits, and anything else, take the general path.
-  if (c != end || digits > 18) return false;
+  if (!right_aligned_integer(begin, end, r->record_start, limit, &v, &negative)) {
+    const char* c = skip_blanks(begin, end, limit);
+    if (c < end && (*c == '-' || *c == '+')) negative = *c++ == '-';
+    const char* const first = c;
+    c = append_digits(c, end, limit, v);
+    const ptrdiff_t digits = c - first;
+    // Blanks between digits, and anything else, take the general path.
+    if (skip_blanks(c, end, limit) != end || digits > 18) return false;
+  }
   const int64_t value = negative ? -static_cast<int64_t>(v) : static_cast<int64_t>(v);
   if (item.size == 4) {
     if (value != static_cast<int32_t>(value)) return false;
@@ -460,17 +489,10 @@ bool read_plain_integer(P& p, int32_t w, const ItemRef& item) {
   return true;
 }
 
-// Walk, read, step past the descriptor.  On failure the descriptor stays
-// the current one and the statement is over.
+// Everything but the plain integer field: decode the descriptor, try the
+// plain real field, else the editor the descriptor and the item call for.
 template <RecordPolicy P>
-int read_item(P& p, const ItemRef& item) {
-  const int32_t* op;
-  if (int err = walk_to_item(p, &op)) return err;
-  if (op[0] == FMT_I_W && item.type == ItemRef::Integer && (item.size == 4 || item.size == 8) &&
-      read_plain_integer(p, op[1], item)) {
-    p.stmt->format_index += 3;
-    return 0;
-  }
+[[gnu::noinline]] int read_item_general(P& p, const int32_t* op, const ItemRef& item) {
   const DataEdit de = decode_data_edit(op);
   if (item.type == ItemRef::Real && (item.size == 4 || item.size == 8) &&
       ((de.real_only() && de.code != FMT_D_W_D_E) || de.kind == DataEdit::G) &&
@@ -481,6 +503,21 @@ int read_item(P& p, const ItemRef& item) {
   if (int err = read_on_descriptor(p, de, item)) return err;
   p.stmt->format_index += op_words(op);
   return 0;
+}
+
+// Walk, read, step past the descriptor.  On failure the descriptor stays
+// the current one and the statement is over.  Inlined into each entry, so
+// that the item's type and size are constants there.
+template <RecordPolicy P>
+[[gnu::always_inline]] inline int read_item(P& p, const ItemRef& item) {
+  const int32_t* op;
+  if (int err = walk_to_item(p, &op)) return err;
+  if (op[0] == FMT_I_W && item.type == ItemRef::Integer && (item.size == 4 || item.size == 8) &&
+      read_plain_integer(p, op[1], item)) {
+    p.stmt->format_index += 3;
+    return 0;
+  }
+  return read_item_general(p, op, item);
 }
 
 template <RecordPolicy P>

@@ -11,6 +11,7 @@
 #include "formatted/read_items.h"
 #include "qal/convert.h"
 #include "qal/errors.h"
+#include "util/digit_scan.h"
 #include "util/rounding.h"
 
 namespace qal {
@@ -47,32 +48,31 @@ bool read_plain_real(P& p, const DataEdit& de, const ItemRef& item) {
       p.has_hook())
     return false;
   const char point = (p.stmt->stmt_flags & SF_DECIMAL) == SF_DECIMAL_COMMA ? ',' : '.';
-  const char* c = begin;
   const char* const end = begin + w;
-  while (c < end && *c == ' ') ++c;
+  const char* const limit = p.load_limit();
+  const char* c = skip_blanks(begin, end, limit);
   bool negative = false;
   if (c < end && (*c == '-' || *c == '+')) negative = *c++ == '-';
+  // Leading zeros, and zeros right after the point when none came before
+  // it, only shift the exponent.
+  const char* const number = c;
+  while (c < end && *c == '0') ++c;
   uint64_t v = 0;
-  int digits = 0, frac = 0;
-  bool seen_point = false, any_digit = false;
-  for (; c < end; ++c) {
-    const unsigned d = static_cast<unsigned char>(*c) - '0';
-    if (d < 10) {
-      any_digit = true;
-      if (v == 0 && d == 0) {
-        frac -= seen_point;
-        continue;
-      }
-      if (++digits > 19) return false;
-      v = v * 10 + d;
-      frac -= seen_point;
-    } else if (*c == point && !seen_point) {
-      seen_point = true;
-    } else {
-      break;
-    }
+  const char* first = c;
+  c = append_digits(c, end, limit, v);
+  ptrdiff_t significant = c - first;
+  ptrdiff_t after_point = 0;
+  const bool seen_point = c < end && *c == point;
+  if (seen_point) {
+    const char* const fraction = ++c;
+    if (significant == 0)
+      while (c < end && *c == '0') ++c;
+    first = c;
+    c = append_digits(c, end, limit, v);
+    significant += c - first;
+    after_point = c - fraction;
   }
-  if (!any_digit) return false;
+  if (c - number <= seen_point || significant > 19) return false;
   int32_t exponent;
   if (c < end && (*c == 'E' || *c == 'e' || *c == 'D' || *c == 'd')) {
     ++c;
@@ -82,12 +82,12 @@ bool read_plain_real(P& p, const DataEdit& de, const ItemRef& item) {
     for (; c < end && static_cast<unsigned>(*c - '0') < 10 && n < 5; ++c, ++n)
       e = e * 10 + (*c - '0');
     if (n == 0) return false;
-    exponent = (seen_point ? frac : -de.d) + (minus ? -e : e);
+    exponent = (seen_point ? -static_cast<int32_t>(after_point) : -de.d) + (minus ? -e : e);
   } else {
-    exponent = seen_point ? frac - p.stmt->scale_factor : -p.stmt->scale_factor - de.d;
+    exponent = seen_point ? -static_cast<int32_t>(after_point) - p.stmt->scale_factor
+                          : -p.stmt->scale_factor - de.d;
   }
-  while (c < end && *c == ' ') ++c;
-  if (c != end) return false;
+  if (skip_blanks(c, end, limit) != end) return false;
   if (v == 0) {
     // Zero keeps its sign.
     if (item.size == 4) {
@@ -97,8 +97,10 @@ bool read_plain_real(P& p, const DataEdit& de, const ItemRef& item) {
       const uint64_t bits = negative ? uint64_t{1} << 63 : 0;
       memcpy(item.address, &bits, 8);
     }
-  } else if (!fast_decimal_to_real(v, exponent, negative, rounding_direction(),
-                                   static_cast<int>(item.size), item.address)) {
+  } else if (!(item.size == 4 ? fast_decimal_to_real<4>(v, exponent, negative, rounding_direction(),
+                                                        item.address)
+                              : fast_decimal_to_real<8>(v, exponent, negative, rounding_direction(),
+                                                        item.address))) {
     return false;
   }
   p.count_size(w);

@@ -46,6 +46,8 @@ struct SequentialInput : InputWalk<SequentialInput> {
   void at_data_edit() { cursor()->handler_pos = 0; }
   void count_size(int64_t n) { stmt->size_count += n; }
   bool nopad() const { return (cursor()->flags & UF_NOPAD) != 0; }
+  // The buffer holds the file's bytes up to data_end, past the record.
+  const char* load_limit() const { return cursor()->data_end; }
   bool has_hook() const { return stmt->unit_ptr->io_error_handler != nullptr; }
   BadCharacterHook hook() {
     BadCharacterHook h;
@@ -181,9 +183,15 @@ int open_statement(Stmt* s, Unit* u) {
   return p.next_record();
 }
 
-int read_one(Stmt* s, const ItemRef& item) {
+[[gnu::noinline]] int read_one_f77(Stmt* s, void* item, int64_t size) {
   SequentialInput p(s);
-  if (s->stmt_flags & SF_F77_READ) return read_item_f77(p, item.address, item.size);
+  return read_item_f77(p, item, size);
+}
+
+[[gnu::always_inline]] inline int read_one(Stmt* s, const ItemRef& item) {
+  if (s->stmt_flags & SF_F77_READ) [[unlikely]]
+    return read_one_f77(s, item.address, item.size);
+  SequentialInput p(s);
   return read_item(p, item);
 }
 

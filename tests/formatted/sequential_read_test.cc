@@ -509,3 +509,39 @@ TEST_F(ReadDispatch, RealDescriptorsOnIntegersAndBareWidths) {
   memcpy(&f, &bits, 4);
   EXPECT_EQ(f, 1.5f);
 }
+
+// Integer fields against their neighbours: digits of the field before or
+// after, signs and blanks in every place, fields at the record's start and
+// end, eight digits and more.
+TEST_F(ReadDispatch, IntegerFieldsTakeOnlyTheirOwnColumns) {
+  file(
+      "12345678\n"
+      " 1234567-12\n"
+      "  12 3    45\n"
+      "+ 1234 -0000001\n"
+      "123456789012345678\n"
+      "9-1\n"
+      "ab123456\n");
+  int32_t a = 0, b = 0;
+  int64_t c = 0;
+  EXPECT_EQ(FormattedRead(10, "(I4,I4)", kAll).all(&a, &b), 0);
+  EXPECT_EQ(a, 1234);
+  EXPECT_EQ(b, 5678);
+  EXPECT_EQ(FormattedRead(10, "(I8,I3)", kAll).all(&a, &b), 0);
+  EXPECT_EQ(a, 1234567);
+  EXPECT_EQ(b, -12);
+  EXPECT_EQ(FormattedRead(10, "(2I6)", kAll).all(&a, &b), 0);
+  EXPECT_EQ(a, 123);  // blanks inside the field are nothing
+  EXPECT_EQ(b, 45);
+  EXPECT_EQ(FormattedRead(10, "(I6,I9)", kAll).all(&a, &b), 0);
+  EXPECT_EQ(a, 1234);
+  EXPECT_EQ(b, -1);
+  EXPECT_EQ(FormattedRead(10, "(I2,I16)", kAll).all(&a, &c), 0);
+  EXPECT_EQ(a, 12);
+  EXPECT_EQ(c, 3456789012345678);
+  EXPECT_NE(FormattedRead(10, "(I3)", kAll).all(&a), 0);  // a sign inside the digits
+  char text[2];
+  EXPECT_EQ(FormattedRead(10, "(A2,I3,I3)", kAll).all(CharOut{text, 2}, &a, &b), 0);
+  EXPECT_EQ(a, 123);
+  EXPECT_EQ(b, 456);
+}
