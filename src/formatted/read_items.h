@@ -430,8 +430,9 @@ template <RecordPolicy P>
 // ending the field, from the one word that ends it: the word may begin
 // before the field, as far back as `lower`.  False for any other field, with
 // nothing changed.
-inline bool right_aligned_integer(const char* begin, const char* end, const char* lower,
-                                  const char* limit, uint64_t* value, bool* negative) {
+[[gnu::always_inline]] inline bool right_aligned_integer(const char* begin, const char* end,
+                                                         const char* lower, const char* limit,
+                                                         uint64_t* value, bool* negative) {
   if (end - 8 < lower) return false;
   const uint64_t y = load_eight(end - 8) ^ (kEveryByte * '0');
   const uint64_t stop = non_digit_values(y);
@@ -455,7 +456,7 @@ inline bool right_aligned_integer(const char* begin, const char* end, const char
 // BZ, the record's end, a correction hook) is left to the general path,
 // before anything is changed.
 template <class P>
-bool read_plain_integer(P& p, int32_t w, const ItemRef& item) {
+[[gnu::always_inline]] inline bool read_plain_integer(P& p, int32_t w, const ItemRef& item) {
   constexpr uint32_t kUnusual = SF_BZ | SF_F77_READ;
   auto* r = p.cursor();
   char* const begin = r->record_pos;
