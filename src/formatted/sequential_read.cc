@@ -281,6 +281,19 @@ QAL_EXPORT int __f90_sfr_ch(Stmt* s, char* text, int64_t length) {
 
 QAL_EXPORT int __f90_esfr(Stmt* s) {
   Unit* u = s->unit_ptr;
+  // The usual end: an advancing statement whose format has nothing left
+  // but its end (perhaps behind the ends of finished repeats) leaves the
+  // record, and the buffer has not grown.
+  constexpr uint32_t kUnusual = SF_NO_PARSED_FORMAT | SF_FREE_FORMAT | SF_NO_ADVANCE;
+  if (!(s->stmt_flags & kUnusual) && !(u->flags & UF_BUFFER_GROWN)) {
+    const int32_t* op = s->format + s->format_index;
+    while (op[0] == FMT_END_REPEAT && s->format_counters[op[1]] <= 1) op += 3;
+    if (op[0] == FMT_END) {
+      SequentialInput(s).leave_record();
+      release_unit(u);
+      return 0;
+    }
+  }
   if (!(s->stmt_flags & SF_NO_PARSED_FORMAT)) {
     SequentialInput p(s);
     if (int err = finish_format(p)) return err;
