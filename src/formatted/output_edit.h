@@ -123,32 +123,39 @@ inline DecimalIw<T> decimal_iw(T value, int32_t sign_mode, int32_t w) {
 }
 
 // Fills a field of w bytes with what decimal_iw found to fit.  Fields are
-// short: the usual one is composed in a blank scratch word and copied with
-// two overlapping moves, never a call.
+// short and written in place with word stores, never a call: blanks over
+// the whole field, then the digits; a value below 10**8 in a field of 8 or
+// more is one word whose leading zeros have become blanks.
 template <class T>
-inline void store_decimal_iw(char* field, int32_t w, const DecimalIw<T>& d) {
+[[gnu::always_inline]] inline void store_decimal_iw(char* field, int32_t w, const DecimalIw<T>& d) {
+  constexpr uint64_t kBlanks = 0x2020202020202020ULL;
   if (w > 32) {
     memset(field, ' ', static_cast<size_t>(w - d.width));
     char* first = unsigned_to_decimal_backward(d.magnitude, field + w);
     if (d.sign) first[-1] = d.sign;
     return;
   }
-  char scratch[32];
-  memset(scratch, ' ', sizeof scratch);
-  char* first = unsigned_to_decimal_backward(d.magnitude, scratch + w);
-  if (d.sign) first[-1] = d.sign;
   if (w >= 16) {
-    memcpy(field, scratch, 16);
-    memcpy(field + w - 16, scratch + w - 16, 16);
+    memcpy(field, &kBlanks, 8);
+    memcpy(field + 8, &kBlanks, 8);
+    memcpy(field + w - 16, &kBlanks, 8);
   } else if (w >= 8) {
-    memcpy(field, scratch, 8);
-    memcpy(field + w - 8, scratch + w - 8, 8);
-  } else if (w >= 4) {
-    memcpy(field, scratch, 4);
-    memcpy(field + w - 4, scratch + w - 4, 4);
-  } else {
-    for (int32_t i = 0; i < w; ++i) field[i] = scratch[i];
+    memcpy(field, &kBlanks, 8);
   }
+  if (w >= 8 && d.magnitude < 100000000) {
+    const int length = d.width - (d.sign ? 1 : 0);
+    const int zeros = 8 - length;  // 0 to 7
+    uint64_t word = eight_digit_word(static_cast<uint32_t>(d.magnitude));
+    const uint64_t leading = (uint64_t{1} << (8 * zeros)) - 1;
+    word = (word & ~leading) | (kBlanks & leading);
+    memcpy(field + w - 8, &word, 8);
+    if (d.sign) field[w - length - 1] = d.sign;
+    return;
+  }
+  if (w < 8)
+    for (int32_t i = 0; i < w; ++i) field[i] = ' ';
+  char* first = unsigned_to_decimal_backward(d.magnitude, field + w);
+  if (d.sign) first[-1] = d.sign;
 }
 
 // The names of the family members.

@@ -59,6 +59,21 @@ inline void eight_digits(uint32_t v, char* out) {
   memcpy(out + 6, kDigitPairs + 2 * (low % 100), 2);
 }
 
+// The eight digits of v (below 10**8), leading zeros included, as one
+// word whose first byte is the most significant digit: the halves of v
+// side by side in two 32-bit lanes, each cut by 100 into 16-bit lanes and
+// those by 10 into bytes, the divisions done as multiplications that stay
+// inside their lanes (x / 100 = x * 10486 >> 20 for x below 10**4,
+// y / 10 = y * 103 >> 10 for y below 100).
+inline uint64_t eight_digit_word(uint32_t v) {
+  const uint64_t halves = (v / 10000) | (uint64_t{v % 10000} << 32);
+  const uint64_t hundreds = ((halves * 10486) >> 20) & 0x0000007f0000007fULL;
+  const uint64_t pairs = hundreds | ((halves - hundreds * 100) << 16);
+  const uint64_t tens = ((pairs * 103) >> 10) & 0x000f000f000f000fULL;
+  const uint64_t digits = tens | ((pairs - tens * 10) << 8);
+  return digits + 0x3030303030303030ULL;
+}
+
 // Writes the digits of `v` so that they end just before `end`; returns the
 // first digit's address.  Wide values are cut into groups of eight digits
 // first, so that the rest is 32-bit arithmetic.

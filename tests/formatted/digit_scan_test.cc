@@ -1,8 +1,11 @@
-// The word-at-a-time scanners against a byte loop: random text of digits,
+// The word-at-a-time scanners against a byte loop, and the eight-digit
+// word against the pair table.  The scanners get random text of digits,
 // blanks, their neighbours in the code ('/', ':', '\x1f', '!') and bytes
 // with the top bit set, scanned from random starts to random ends, with
 // the load limit at the end, a little after it, or far after it.
 #include "util/digit_scan.h"
+
+#include <string.h>
 
 #include <random>
 #include <string>
@@ -67,4 +70,20 @@ TEST(DigitScan, EveryByteIsClassifiedAlone) {
       const uint64_t want = (b >= '0' && b <= '9') ? 0 : uint64_t{0x80} << (8 * place);
       ASSERT_EQ(non_digit_bytes(load_eight(word)), want) << place << " " << b;
     }
+}
+
+TEST(DigitWord, EightDigitsAsOneWord) {
+  // Every value with its five low digits running through all their
+  // values, under a spread of high digits; and random values.
+  std::mt19937_64 rng(5);
+  auto check = [](uint32_t v) {
+    char want[8], got[8];
+    eight_digits(v, want);
+    const uint64_t word = eight_digit_word(v);
+    memcpy(got, &word, 8);
+    ASSERT_EQ(std::string(got, 8), std::string(want, 8)) << v;
+  };
+  for (uint32_t high : {0u, 1u, 99u, 500u, 999u})
+    for (uint32_t low = 0; low < 100000; ++low) check(high * 100000 + low);
+  for (int k = 0; k < 1000000; ++k) check(static_cast<uint32_t>(rng() % 100000000));
 }
