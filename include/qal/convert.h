@@ -114,6 +114,57 @@ QAL_EXPORT void decimal_to_quadruple(uint32_t result[4], DecimalMode* mode, Deci
 QAL_EXPORT void x86_decimal_to_quadruple(uint32_t result[4], DecimalMode* mode, DecimalRecord* rec,
                                          unsigned* exceptions);
 
+/* A value between conversion and packing: 1.f times 2**exponent, the
+ * significand in five words, most significant first, its top bit the
+ * leading one once normalised; the low bit of the last word is sticky (some
+ * bit below was not zero).  A finite non-zero value has class FPC_NORMAL.
+ * Two exponents stand for values beyond every format: UNPACKED_TOO_LARGE
+ * (with word 0 of 0x80000000) and its negative; the packers turn them into
+ * the overflow and underflow results of the direction. */
+typedef struct UnpackedFloat {
+  int32_t sign;
+  int32_t fp_class;
+  int32_t exponent;
+  uint32_t significand[5];
+} UnpackedFloat;
+
+enum { UNPACKED_TOO_LARGE = 0xfffff };
+
+QAL_OFFSET(UnpackedFloat, exponent, 8);
+QAL_OFFSET(UnpackedFloat, significand, 12);
+QAL_STATIC_ASSERT(sizeof(UnpackedFloat) == 32, "UnpackedFloat size");
+
+/* The packers' rounding direction (an FPR_ value) and their exception
+ * accumulator (FPX_ bits, ORed in).  Shared by every thread, unlocked: two
+ * threads packing at once may mix their words; the entries above return
+ * their own word whatever the accumulator says. */
+QAL_EXPORT extern int32_t _fp_current_direction;
+QAL_EXPORT extern uint32_t _fp_current_exceptions;
+
+/* The value of `rec` (classes 1 and 2; the digit count is the string's
+ * length) as an UnpackedFloat with enough bits for a format of `bits` (24,
+ * 53, 64 or 113) to round once from it; the sentinels beyond that format's
+ * range. */
+QAL_EXPORT void __decimal_to_unpacked(UnpackedFloat* out, DecimalRecord* rec, int bits);
+/* Rounds *u in _fp_current_direction into the format, ORing what the
+ * rounding raised into _fp_current_exceptions.  Zero, infinity and NaN
+ * classes give their images; classes 1 and 5 leave the result alone. */
+QAL_EXPORT void __pack_single(UnpackedFloat* u, float* result);
+QAL_EXPORT void __pack_double(UnpackedFloat* u, double* result);
+QAL_EXPORT void __pack_extended(UnpackedFloat* u, uint32_t result[3]);
+QAL_EXPORT void __pack_quadruple(UnpackedFloat* u, uint32_t result[4]);
+/* Shifts keep the value: the exponent moves with the significand.  A right
+ * shift folds what falls off into the sticky bit (160 or more leaves a
+ * sticky 1 alone, or class zero for a zero significand); normalising
+ * shifts left until the top bit is set, or makes the class zero. */
+QAL_EXPORT void __fp_normalize(UnpackedFloat* u);
+QAL_EXPORT void __fp_rightshift(UnpackedFloat* u, int n);
+QAL_EXPORT void __fp_leftshift(UnpackedFloat* u, int n);
+/* The n digits (characters) at `digits` as a double: status 0 when exact
+ * (fewer than 10 digits), 1 when the sum of the two halves of 10 to 18
+ * digits was inexact, 2 and 0.0 for 19 digits or more. */
+QAL_EXPORT double __digits_to_double(const char* digits, int n, int* status);
+
 /* Raises the bits of an exception word in the processor's flags by
  * computing something that raises them. */
 QAL_EXPORT void __base_conversion_set_exception(unsigned exceptions);

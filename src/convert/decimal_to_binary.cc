@@ -18,8 +18,12 @@
 #include <type_traits>
 
 #include "convert/decimal_input.h"
+#include "convert/engine.h"
 #include "convert/tables.h"
+#include "convert/unpacked.h"
 #include "qal/convert.h"
+#include "qal/quad.h"
+#include "util/reported_op.h"
 
 namespace qal {
 
@@ -68,7 +72,6 @@ struct Big {
     while (n > 0 && limb[n - 1] == 0) --n;
   }
   int bits() const { return n == 0 ? 0 : 32 * (n - 1) + (32 - __builtin_clz(limb[n - 1])); }
-  bool bit(int k) const { return k >= 0 && k < 32 * n && ((limb[k / 32] >> (k % 32)) & 1); }
   // Whether any bit below k is set.
   bool any_below(int k) const {
     for (int i = 0; i < n && 32 * i < k; ++i) {
@@ -78,103 +81,13 @@ struct Big {
     }
     return false;
   }
-  // The `count` bits from bit `low` up (count at most 128).
-  unsigned __int128 field(int low, int count) const {
-    unsigned __int128 v = 0;
-    for (int k = count - 1; k >= 0; --k) v = (v << 1) | (bit(low + k) ? 1 : 0);
-    return v;
+  // Bits low to low + 31 (zeros outside the number).
+  uint32_t word_at(int low) const {
+    const int i = low >> 5, shift = low & 31;
+    const auto at = [&](int j) -> uint64_t { return j >= 0 && j < n ? limb[j] : 0; };
+    return static_cast<uint32_t>(((at(i + 1) << 32) | at(i)) >> shift);
   }
 };
-
-// A binary format: significand bits (the leading one included) and the
-// range of unbiased exponents of normal numbers.
-struct Format {
-  int precision;
-  int emin, emax;
-};
-constexpr Format kSingle{24, -126, 127};
-constexpr Format kDouble{53, -1022, 1023};
-constexpr Format kExtended{64, -16382, 16383};
-constexpr Format kQuad{113, -16382, 16383};
-
-// A finite result: value = significand * 2**(exponent - precision + 1),
-// significand below 2**precision; a subnormal has significand below
-// 2**(precision - 1) and exponent emin.  `infinite` for an overflow that
-// rounds to infinity.
-struct Rounded {
-  unsigned __int128 significand = 0;
-  int exponent = 0;
-  bool infinite = false;
-  unsigned exceptions = 0;
-};
-
-bool away_from_zero(int rounding, int sign, bool half, bool rest, bool odd) {
-  switch (rounding) {
-    case FPR_NEAREST:
-      return half && (rest || odd);
-    case FPR_UP:
-      return !sign && (half || rest);
-    case FPR_DOWN:
-      return sign && (half || rest);
-    default:
-      return false;
-  }
-}
-
-// The largest finite value, or infinity, as the direction asks on overflow.
-Rounded overflow(const Format& f, int rounding, int sign) {
-  Rounded r;
-  r.exceptions = FPX_OVERFLOW | FPX_INEXACT;
-  const bool to_infinity =
-      rounding == FPR_NEAREST || (rounding == FPR_UP && !sign) || (rounding == FPR_DOWN && sign);
-  if (to_infinity) {
-    r.infinite = true;
-  } else {
-    r.significand = (static_cast<unsigned __int128>(1) << f.precision) - 1;
-    r.exponent = f.emax;
-  }
-  return r;
-}
-
-// Zero or the smallest subnormal, as the direction asks on underflow.
-Rounded underflow(const Format& f, int rounding, int sign) {
-  Rounded r;
-  r.exceptions = FPX_UNDERFLOW | FPX_INEXACT;
-  r.exponent = f.emin;
-  if ((rounding == FPR_UP && !sign) || (rounding == FPR_DOWN && sign)) r.significand = 1;
-  return r;
-}
-
-// Rounds M * 2**b (and the sticky mark) into format f.
-Rounded round_into(const Format& f, const Big& m, int b, bool sticky, int rounding, int sign) {
-  const int length = m.bits();
-  const int e = length - 1 + b;  // the exponent of the leading bit
-  // Below the normal range the significand keeps fewer bits.
-  const int keep = e >= f.emin ? f.precision : f.precision - (f.emin - e);
-  if (keep < 0) return underflow(f, rounding, sign);
-  const int low = length - keep;  // the lowest kept bit of M
-  Rounded r;
-  r.significand = keep > 0 ? m.field(low, keep) : 0;
-  const bool half = m.bit(low - 1);
-  const bool rest = sticky || m.any_below(low - 1);
-  const bool inexact = half || rest;
-  if (away_from_zero(rounding, sign, half, rest, r.significand & 1)) ++r.significand;
-  r.exponent = e < f.emin ? f.emin : e;
-  if (e >= f.emin && r.significand >> f.precision) {
-    // Rounded up to the next power of two.
-    r.significand >>= 1;
-    ++r.exponent;
-  } else if (e < f.emin && r.significand >> (f.precision - 1)) {
-    // A subnormal rounded up into the normal range keeps its exponent:
-    // the significand now has its leading bit.
-  }
-  if (r.exponent > f.emax) return overflow(f, rounding, sign);
-  if (inexact) {
-    r.exceptions |= FPX_INEXACT;
-    if (e < f.emin) r.exceptions |= FPX_UNDERFLOW;
-  }
-  return r;
-}
 
 // w / 10**k for k at most 27, where 5**k fits in 63 bits, into a format of
 // at most 53 bits: one division of the normalised digits, shifted up by 63,
@@ -258,34 +171,47 @@ bool small_quotient(const Format& f, uint64_t w, int k, int sign, int rounding, 
   return true;
 }
 
-// Upper exponent limits of the coarse checks, by format; the lower limit
-// is 512 below the negative of it.
-int upper_limit(const Format& f) {
-  return f.precision == 24 ? 97 : f.precision == 53 ? 771 : 12330;
+// Upper exponent limits of the coarse checks, by significand bits; the
+// lower limit is 512 below the negative of it.
+int upper_limit(int bits) { return bits == 24 ? 97 : bits == 53 ? 771 : 12330; }
+
+void set_sentinel(UnpackedFloat* u, int exponent) {
+  u->fp_class = FPC_NORMAL;
+  u->exponent = exponent;
+  u->significand[0] = 0x80000000u;
+  for (int i = 1; i < 5; ++i) u->significand[i] = 0;
 }
 
-Rounded convert(const Format& f, const DecimalRecord& rec, int rounding) {
-  const int sign = rec.sign != 0;
-  const int upper = upper_limit(f);
-  const int e10 = rec.exponent;
-  int n = rec.ndigits;
-  if (n > DECIMAL_RECORD_DIGITS - 1) n = DECIMAL_RECORD_DIGITS - 1;
-  while (n > 0 && rec.digits[n - 1] == '0') --n;  // trailing zeros move into the exponent
-  const int exponent = e10 + (rec.ndigits - n);
-  if (n == 0 && !rec.more) {
-    Rounded r;
-    r.exponent = f.emin;
-    return r;
+// The coarse checks on the record's exponent and digit count: true, with
+// the sentinel in *u, for a value beyond the range of a format of `bits`.
+bool beyond_range(const DecimalRecord& rec, int length, int bits, UnpackedFloat* u) {
+  const int upper = upper_limit(bits);
+  const int e = rec.exponent;
+  if (e > upper) {
+    set_sentinel(u, UNPACKED_TOO_LARGE);
+  } else if (e <= -upper - 512 || (e < -upper && length < -upper - e)) {
+    set_sentinel(u, -UNPACKED_TOO_LARGE);
+  } else {
+    return false;
   }
-  if (exponent > upper) return overflow(f, rounding, sign);
-  if (exponent <= -upper - 512) return underflow(f, rounding, sign);
-  if (exponent < -upper && n < -upper - exponent) return underflow(f, rounding, sign);
-  if (!rec.more && rec.ndigits <= 19) {
-    uint64_t w = 0;
-    for (int i = 0; i < rec.ndigits; ++i) w = w * 10 + static_cast<uint64_t>(rec.digits[i] - '0');
-    Rounded fast;
-    if (fast_path(f, w, rec.exponent, sign, rounding, &fast)) return fast;
-  }
+  return true;
+}
+
+int digit_count(const DecimalRecord& rec) {
+  return static_cast<int>(strnlen(rec.digits, DECIMAL_RECORD_DIGITS));
+}
+
+// The exact way, within the coarse limits: the digits D (their trailing
+// zeros moved into the exponent E) as M * 2**b,
+//   E >= 0:  M = D * 10**E, b = 0
+//   E <  0:  M = floor(D * 2**s / 10**-E), b = -s, s large enough to leave
+//            `bits` and eleven more bits in M,
+// then its top 160 bits, everything below (division remainders, dropped
+// digits) in the sticky bit.
+void exact_unpacked(const DecimalRecord& rec, int length, int bits, UnpackedFloat* u) {
+  int n = length;
+  while (n > 0 && rec.digits[n - 1] == '0') --n;
+  const int exponent = rec.exponent + (length - n);
   Big m;
   for (int i = 0; i < n;) {
     // Nine digits at a time.
@@ -298,8 +224,13 @@ Rounded convert(const Format& f, const DecimalRecord& rec, int rounding) {
   }
   bool sticky = rec.more != 0;
   if (m.n == 0) {
-    // Digits all zero but more beyond: a value too small to matter.
-    return underflow(f, rounding, sign);
+    // Digits all zero: zero, or with more beyond a value too small to
+    // matter.
+    if (sticky)
+      set_sentinel(u, -UNPACKED_TOO_LARGE);
+    else
+      u->fp_class = FPC_ZERO;
+    return;
   }
   int b = 0;
   if (exponent >= 0) {
@@ -310,10 +241,9 @@ Rounded convert(const Format& f, const DecimalRecord& rec, int rounding) {
       m.multiply_add(p, 0);
     }
   } else {
-    // Enough bits that the quotient keeps precision + 2 of its own:
     // 10**k has fewer than 3.33 k + 1 bits.
     const int k = -exponent;
-    const int s = f.precision + 3 + (k * 3322) / 1000 + 1 - m.bits() + 8;
+    const int s = bits + 3 + (k * 3322) / 1000 + 1 - m.bits() + 8;
     if (s > 0) {
       m.shift_left(s);
       b = -s;
@@ -325,50 +255,219 @@ Rounded convert(const Format& f, const DecimalRecord& rec, int rounding) {
       sticky |= m.divide(p);
     }
   }
-  return round_into(f, m, b, sticky, rounding, sign);
+  const int length_m = m.bits();
+  for (int i = 0; i < 5; ++i) u->significand[i] = m.word_at(length_m - 32 * (i + 1));
+  if (length_m > 160 && m.any_below(length_m - 160)) sticky = true;
+  u->significand[4] |= sticky;
+  u->fp_class = FPC_NORMAL;
+  u->exponent = length_m - 1 + b;
 }
 
-uint64_t all_ones(int bits) { return bits >= 64 ? ~uint64_t{0} : (uint64_t{1} << bits) - 1; }
-
-// Packs into an IEEE layout of `bits` total, `fraction` fraction bits and
-// exponent bias `bias`: class and sign from the record, the value from r.
-unsigned __int128 pack_ieee(const DecimalRecord& rec, const Rounded& r, const Format& f,
-                            int total_bits) {
-  const int fraction = f.precision - 1;
-  const int exponent_bits = total_bits - 1 - fraction;
-  const unsigned __int128 sign = static_cast<unsigned __int128>(rec.sign != 0) << (total_bits - 1);
-  const unsigned __int128 top = static_cast<unsigned __int128>(all_ones(exponent_bits)) << fraction;
-  const unsigned __int128 fraction_mask = (static_cast<unsigned __int128>(1) << fraction) - 1;
-  switch (rec.fp_class) {
-    case FPC_ZERO:
-      return sign;
-    case FPC_INFINITY:
-      return sign | top;
-    case FPC_QUIET_NAN:
-      return sign | top | fraction_mask;
-    case FPC_SIGNALING_NAN:
-      return sign | top | (fraction_mask >> 1);
-    default:
-      break;
-  }
-  if (r.infinite) return sign | top;
-  if (r.significand >> fraction) {
-    const int biased = r.exponent + f.emax;
-    return sign | (static_cast<unsigned __int128>(biased) << fraction) |
-           (r.significand & fraction_mask);
-  }
-  return sign | r.significand;  // subnormal or zero
+// A double y, exact, as the Rounded value of a wider format.
+Rounded widen_exact(double y, const Format& f) {
+  uint64_t bits;
+  memcpy(&bits, &y, 8);
+  UnpackedFloat u{};
+  u.sign = static_cast<int32_t>(bits >> 63);
+  const int biased = static_cast<int>((bits >> 52) & 0x7ff);
+  const uint64_t fraction = bits & ((uint64_t{1} << 52) - 1);
+  const uint64_t significand = biased ? fraction | (uint64_t{1} << 52) : fraction;
+  u.fp_class = FPC_NORMAL;
+  u.exponent = (biased ? biased : 1) - 1023;  // bit 52 leads, at the top of word 0
+  u.significand[0] = static_cast<uint32_t>(significand >> 21);
+  u.significand[1] = static_cast<uint32_t>(significand << 11);
+  return round_unpacked(u, f, FPR_NEAREST);
 }
 
-template <class Store>
+// The floating-point fast paths, for round to nearest and no dropped
+// digits.  A double product or quotient of exact operands is rounded once,
+// correctly.
+//
+// __inrange_double: fewer than 19 digits that make an exact double, and
+// 10**|E| in the table's exact range.
+bool __inrange_double(const DecimalRecord& rec, int length, double* out, unsigned* exceptions) {
+  const int e = rec.exponent;
+  if (length >= 19 || e < -22 || e > 22) return false;
+  FloatingStatus quiet;
+  int status;
+  const double x = __digits_to_double(rec.digits, length, &status);
+  if (status) return false;
+  int inexact = 0;
+  double y = x;
+  if (e > 0) y = __mul_set(&inexact, x, __tbl_tens[e]);
+  if (e < 0) y = __div_set(&inexact, x, __tbl_tens[-e]);
+  *out = y;
+  *exceptions = inexact ? FPX_INEXACT : 0;
+  return true;
+}
+
+// __inrange_quadex: the same when the double result is exact, then widened
+// to the extended or quad format.
+bool __inrange_quadex(const DecimalRecord& rec, int length, const Format& f, Rounded* out) {
+  double y;
+  unsigned exceptions;
+  if (!__inrange_double(rec, length, &y, &exceptions) || exceptions) return false;
+  *out = widen_exact(y, f);
+  return true;
+}
+
+// Spacing of the doubles at |y|.
+double ulp_of(double y) {
+  uint64_t b;
+  memcpy(&b, &y, 8);
+  b &= ~(uint64_t{1} << 63);
+  double r, next;
+  memcpy(&r, &b, 8);
+  ++b;
+  memcpy(&next, &b, 8);
+  return next - r;
+}
+
+// __inrange_single: a double near the value, with a bound on its error in
+// units of its last place, decides the float when the band of four of
+// them around it rounds to one float and (for an inexact double) holds no
+// float that could be the value itself.
+bool __inrange_single(const DecimalRecord& rec, int length, float* out, unsigned* exceptions) {
+  int n = length, e = rec.exponent, inaccuracies = 0;
+  if (n >= 19) {
+    e += n - 18;
+    n = 18;
+    inaccuracies = 1;
+  }
+  FloatingStatus quiet;
+  int status;
+  const double x = __digits_to_double(rec.digits, n, &status);
+  inaccuracies += status != 0;
+  double y;
+  bool exact = false;
+  if (e == 0) {
+    if (inaccuracies) return false;
+    y = x;
+    exact = true;
+  } else if (e > 0) {
+    if (e > 38 - n) return false;
+    inaccuracies += e >= 23;
+    if (inaccuracies == 0) {
+      int inexact;
+      y = __mul_set(&inexact, x, __tbl_tens[e]);
+      exact = !inexact;
+    } else {
+      y = opaque(opaque(x) * __tbl_tens[e]);
+    }
+  } else {
+    if (n < 13 ? e < -36 - n : e < -49) return false;
+    const int k = -e;
+    inaccuracies += k >= 23;
+    if (inaccuracies == 0) {
+      int inexact;
+      y = __div_set(&inexact, x, __tbl_tens[k]);
+      exact = !inexact;
+    } else {
+      y = opaque(opaque(x) * __tbl_ntens[k]);
+    }
+  }
+  const double w = 4 * ulp_of(y);
+  const float above = static_cast<float>(opaque(y + w)), below = static_cast<float>(opaque(y - w));
+  if (above != below) return false;
+  const float result = static_cast<float>(opaque(y));
+  if (exact) {
+    *exceptions = static_cast<double>(result) == y ? 0 : FPX_INEXACT;
+  } else {
+    const double back = result;
+    if (back > y - w && back < y + w) return false;
+    *exceptions = FPX_INEXACT;
+  }
+  *out = result;
+  return true;
+}
+
+// The decimal fast path of 64-bit digits and a 128-bit power of five.
+bool wide_fast_path(const Format& f, const DecimalRecord& rec, int length, int rounding,
+                    Rounded* out) {
+  if (rec.more || length > 19) return false;
+  uint64_t w = 0;
+  for (int i = 0; i < length; ++i) w = w * 10 + static_cast<uint64_t>(rec.digits[i] - '0');
+  return fast_path(f, w, rec.exponent, rec.sign != 0, rounding, out);
+}
+
+// The quad and the x87 entries: the wide path, else an exact double.
+bool wide_fast_quadex(const Format& f, const DecimalRecord& r, int length, int rounding,
+                      Rounded* fast) {
+  if (wide_fast_path(f, r, length, rounding, fast)) return true;
+  return rounding == FPR_NEAREST && !r.more && __inrange_quadex(r, length, f, fast);
+}
+
+// What every entry shares: the class table, the coarse checks, the fast
+// paths in `fast` (which may settle the value, stored and with its
+// exception word), then the exact way and the packer.  The shared
+// direction and accumulator are set for the packer as it expects; the
+// word returned is the entry's own.
+template <class Fast, class Store>
 void decimal_to(const Format& f, DecimalMode* mode, DecimalRecord* rec, unsigned* exceptions,
-                Store store) {
+                Fast fast, Store store) {
+  const int rounding = mode->rounding;
+  const int sign = rec->sign & 1;
   Rounded r;
-  if (rec->fp_class == FPC_NORMAL || rec->fp_class == FPC_SUBNORMAL)
-    r = convert(f, *rec, mode->rounding);
+  int fp_class = rec->fp_class;
+  if (fp_class == FPC_QUIET_NAN) r.significand = ~static_cast<unsigned __int128>(0);
+  if (fp_class == FPC_NORMAL || fp_class == FPC_SUBNORMAL) {
+    fp_class = FPC_NORMAL;
+    const int length = digit_count(*rec);
+    UnpackedFloat u{};
+    u.sign = sign;
+    if (length == 0) {
+      fp_class = FPC_ZERO;
+    } else if (!beyond_range(*rec, length, f.precision, &u)) {
+      if (fast(*rec, length, rounding, exceptions)) {
+        if (*exceptions) __base_conversion_set_exception(*exceptions);
+        return;
+      }
+      exact_unpacked(*rec, length, f.precision, &u);
+      fp_class = u.fp_class;
+    }
+    if (fp_class == FPC_NORMAL) {
+      __atomic_store_n(&_fp_current_direction, rounding, __ATOMIC_RELAXED);
+      __atomic_store_n(&_fp_current_exceptions, 0u, __ATOMIC_RELAXED);
+      r = round_unpacked(u, f, rounding);
+      __atomic_fetch_or(&_fp_current_exceptions, r.exceptions, __ATOMIC_RELAXED);
+    }
+  }
   *exceptions = r.exceptions;
-  store(r);
+  store(fp_class, sign, r);
   if (r.exceptions) __base_conversion_set_exception(r.exceptions);
+}
+
+// Single and double: the wide path, then the floating-point one for round
+// to nearest.
+template <class T>
+void decimal_to_binary32_64(T* result, DecimalMode* mode, DecimalRecord* rec,
+                            unsigned* exceptions) {
+  using Bits = std::conditional_t<sizeof(T) == 4, uint32_t, uint64_t>;
+  constexpr const Format& f = sizeof(T) == 4 ? kSingle : kDouble;
+  const auto store = [&](int fp_class, int sign, const Rounded& r) {
+    const Bits bits = static_cast<Bits>(pack_ieee(fp_class, sign, r, f, 8 * sizeof(T)));
+    memcpy(result, &bits, sizeof(T));
+  };
+  const auto floating = [](const DecimalRecord& r, int length, T* out, unsigned* x) {
+    if constexpr (sizeof(T) == 4)
+      return __inrange_single(r, length, out, x);
+    else
+      return __inrange_double(r, length, out, x);
+  };
+  decimal_to(
+      f, mode, rec, exceptions,
+      [&](const DecimalRecord& r, int length, int rounding, unsigned* x) {
+        Rounded fast;
+        if (wide_fast_path(f, r, length, rounding, &fast)) {
+          store(FPC_NORMAL, r.sign & 1, fast);
+          *x = fast.exceptions;
+          return true;
+        }
+        if (rounding != FPR_NEAREST || r.more || !floating(r, length, result, x)) return false;
+        if (r.sign & 1) *result = -*result;
+        return true;
+      },
+      store);
 }
 
 }  // namespace
@@ -395,70 +494,94 @@ template bool fast_decimal_to_real<8>(uint64_t, int, bool, int, void*);
 
 extern "C" {
 
+QAL_EXPORT void __decimal_to_unpacked(UnpackedFloat* out, DecimalRecord* rec, int bits) {
+  out->sign = rec->sign & 1;
+  out->fp_class = rec->fp_class;
+  if (rec->fp_class != FPC_NORMAL && rec->fp_class != FPC_SUBNORMAL) return;
+  const int length = digit_count(*rec);
+  if (length == 0) {
+    out->fp_class = FPC_ZERO;
+    return;
+  }
+  if (!beyond_range(*rec, length, bits, out)) exact_unpacked(*rec, length, bits, out);
+}
+
+// The sum, as __mul_set reports a product; the conversions' own.
+double __add_set(int* status, double a, double b) {
+  return operate_and_report<DoubleOp::kAdd>(status, a, b);
+}
+
+QAL_EXPORT double __digits_to_double(const char* digits, int n, int* status) {
+  if (n >= 19) {
+    *status = 2;
+    return 0.0;
+  }
+  *status = 0;
+  if (n < 10) {
+    uint32_t v = 0;
+    for (int i = 0; i < n; ++i) v = v * 10 + static_cast<uint32_t>(digits[i] - '0');
+    return v;
+  }
+  // The leading digits times 10**9 are exact (below 10**9 * 5**9 * 2**9);
+  // the last nine are summed as characters and lose their nine biases of
+  // '0' at once.
+  uint64_t high = 0;
+  for (int i = 0; i < n - 9; ++i) high = high * 10 + static_cast<uint64_t>(digits[i] - '0');
+  int64_t low = 0;
+  for (int i = n - 9; i < n; ++i) low = low * 10 + digits[i];
+  low -= 48LL * 111111111LL;
+  return __add_set(status, static_cast<double>(high) * 1e9, static_cast<double>(low));
+}
+
 QAL_EXPORT void decimal_to_single(float* result, DecimalMode* mode, DecimalRecord* rec,
                                   unsigned* exceptions) {
-  decimal_to(kSingle, mode, rec, exceptions, [&](const Rounded& r) {
-    const uint32_t bits = static_cast<uint32_t>(pack_ieee(*rec, r, kSingle, 32));
-    memcpy(result, &bits, 4);
-  });
+  decimal_to_binary32_64(result, mode, rec, exceptions);
 }
 
 QAL_EXPORT void decimal_to_double(double* result, DecimalMode* mode, DecimalRecord* rec,
                                   unsigned* exceptions) {
-  decimal_to(kDouble, mode, rec, exceptions, [&](const Rounded& r) {
-    const uint64_t bits = static_cast<uint64_t>(pack_ieee(*rec, r, kDouble, 64));
-    memcpy(result, &bits, 8);
-  });
+  decimal_to_binary32_64(result, mode, rec, exceptions);
 }
 
 QAL_EXPORT void decimal_to_quadruple(uint32_t result[4], DecimalMode* mode, DecimalRecord* rec,
                                      unsigned* exceptions) {
-  decimal_to(kQuad, mode, rec, exceptions, [&](const Rounded& r) {
-    const unsigned __int128 bits = pack_ieee(*rec, r, kQuad, 128);
+  const auto store = [&](int fp_class, int sign, const Rounded& r) {
+    const unsigned __int128 bits = pack_ieee(fp_class, sign, r, kQuad, 128);
     memcpy(result, &bits, 16);
-  });
+  };
+  decimal_to(
+      kQuad, mode, rec, exceptions,
+      [&](const DecimalRecord& r, int length, int rounding, unsigned* x) {
+        Rounded fast;
+        if (!wide_fast_quadex(kQuad, r, length, rounding, &fast)) return false;
+        store(FPC_NORMAL, r.sign & 1, fast);
+        *x = fast.exceptions;
+        return true;
+      },
+      store);
 }
 
+// The same conversion: the twins are one algorithm.
 QAL_EXPORT void x86_decimal_to_quadruple(uint32_t result[4], DecimalMode* mode, DecimalRecord* rec,
                                          unsigned* exceptions) {
   decimal_to_quadruple(result, mode, rec, exceptions);
 }
 
-// The x87 layout: an explicit leading bit in a 64-bit significand, then 15
-// bits of biased exponent and the sign.
 QAL_EXPORT void decimal_to_extended(uint32_t result[3], DecimalMode* mode, DecimalRecord* rec,
                                     unsigned* exceptions) {
-  decimal_to(kExtended, mode, rec, exceptions, [&](const Rounded& r) {
-    uint64_t significand = 0;
-    uint32_t top = rec->sign ? 0x8000u : 0u;
-    switch (rec->fp_class) {
-      case FPC_ZERO:
-        break;
-      case FPC_INFINITY:
-        top |= 0x7fff;
-        significand = uint64_t{1} << 63;
-        break;
-      case FPC_QUIET_NAN:
-        top |= 0x7fff;
-        significand = ~uint64_t{0};
-        break;
-      case FPC_SIGNALING_NAN:
-        top |= 0x7fff;
-        significand = ~uint64_t{0} >> 1;
-        break;
-      default:
-        if (r.infinite) {
-          top |= 0x7fff;
-          significand = uint64_t{1} << 63;
-        } else {
-          significand = static_cast<uint64_t>(r.significand);
-          if (significand >> 63) top |= static_cast<uint32_t>(r.exponent + kExtended.emax);
-        }
-    }
-    result[0] = static_cast<uint32_t>(significand);
-    result[1] = static_cast<uint32_t>(significand >> 32);
-    result[2] = top;
-  });
+  const auto store = [&](int fp_class, int sign, const Rounded& r) {
+    pack_x87(fp_class, sign, r, result);
+  };
+  decimal_to(
+      kExtended, mode, rec, exceptions,
+      [&](const DecimalRecord& r, int length, int rounding, unsigned* x) {
+        Rounded fast;
+        if (!wide_fast_quadex(kExtended, r, length, rounding, &fast)) return false;
+        store(FPC_NORMAL, r.sign & 1, fast);
+        *x = fast.exceptions;
+        return true;
+      },
+      store);
 }
 
 }  // extern "C"

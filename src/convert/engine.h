@@ -15,6 +15,37 @@
 
 namespace qal {
 
+// The SSE control and status word during a floating-point fast path: every
+// exception masked, flags clear, round to nearest.  The flags raised inside
+// are dropped with the scope.
+constexpr uint32_t kQuietNearest = 0x1f80;
+
+class FloatingStatus {
+ public:
+  FloatingStatus() {
+    asm volatile("stmxcsr %0" : "=m"(saved_));
+    const uint32_t quiet = kQuietNearest;
+    asm volatile("ldmxcsr %0" : : "m"(quiet));
+  }
+  ~FloatingStatus() { asm volatile("ldmxcsr %0" : : "m"(saved_)); }
+  FloatingStatus(const FloatingStatus&) = delete;
+  FloatingStatus& operator=(const FloatingStatus&) = delete;
+
+ private:
+  uint32_t saved_;
+};
+
+// a + b in double precision, *status 1 when the sum raised a flag (as
+// __mul_set does); not exported.
+extern "C" double __add_set(int* status, double a, double b);
+
+// An operation the compiler may neither fold nor move across the status
+// accesses.
+inline double opaque(double v) {
+  asm volatile("" : "+x"(v));
+  return v;
+}
+
 struct Unpacked {
   unsigned __int128 mant;  // not zero
   int exponent;            // value = mant * 2**exponent

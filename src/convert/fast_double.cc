@@ -18,36 +18,10 @@ namespace qal {
 
 namespace {
 
-// The SSE control and status word during the path: every exception
-// masked, flags clear, round to nearest.
-constexpr uint32_t kQuietNearest = 0x1f80;
-
-class FloatingStatus {
- public:
-  FloatingStatus() {
-    asm volatile("stmxcsr %0" : "=m"(saved_));
-    const uint32_t quiet = kQuietNearest;
-    asm volatile("ldmxcsr %0" : : "m"(quiet));
-  }
-  ~FloatingStatus() { asm volatile("ldmxcsr %0" : : "m"(saved_)); }
-  FloatingStatus(const FloatingStatus&) = delete;
-  FloatingStatus& operator=(const FloatingStatus&) = delete;
-
- private:
-  uint32_t saved_;
-};
-
 // Spacing of the doubles at r (r >= 0).
 double ulp(double r) {
   const uint64_t b = std::bit_cast<uint64_t>(r);
   return std::bit_cast<double>(b + 1) - r;
-}
-
-// An operation the compiler may neither fold nor move across the status
-// accesses.
-inline double opaque(double v) {
-  asm volatile("" : "+x"(v));
-  return v;
 }
 
 // y = x * 10**s with its grade, or false when s is out of the table.

@@ -2,39 +2,9 @@
 // on purpose: the underflow of the quad routines, and double products and
 // quotients that report whether they were exact.
 #include "quad/quad_ops.h"
+#include "util/reported_op.h"
 
 namespace qal {
-
-namespace {
-
-// MXCSR: the six flags, and of them the five of IEEE arithmetic (all but
-// the denormal-operand flag).
-constexpr uint32_t kAllFlags = 0x3f;
-constexpr uint32_t kIeeeFlags = 0x3d;
-
-enum class DoubleOp { kMultiply, kDivide };
-
-// The operation runs with the flags cleared so that its own can be read
-// afterwards; the earlier flags are then put back beside them.  Every step
-// is an asm statement of its own, so none can move across another.
-template <DoubleOp kOp>
-double operate_and_report(int* status, double a, double b) {
-  uint32_t saved, cleared, after;
-  asm volatile("stmxcsr %0" : "=m"(saved));
-  cleared = saved & ~kAllFlags;
-  asm volatile("ldmxcsr %0" : : "m"(cleared));
-  if constexpr (kOp == DoubleOp::kMultiply)
-    asm volatile("mulsd %1, %0" : "+x"(a) : "x"(b));
-  else
-    asm volatile("divsd %1, %0" : "+x"(a) : "x"(b));
-  asm volatile("stmxcsr %0" : "=m"(after));
-  *status = (after & kIeeeFlags) != 0;
-  after |= saved & kAllFlags;
-  asm volatile("ldmxcsr %0" : : "m"(after));
-  return a;
-}
-
-}  // namespace
 
 void raise_underflow() {
   float tiny = std::bit_cast<float>(0x00800001u);

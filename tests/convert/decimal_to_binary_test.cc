@@ -10,6 +10,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <bit>
 #include <random>
 #include <string>
 
@@ -167,6 +168,8 @@ TEST_P(DecimalToBinary, LongStringsWithAndWithoutDroppedDigits) {
     const int n = 40 + static_cast<int>(rng() % 472);
     const std::string digits = random_digits(rng, n);
     const bool more = rng() & 1;
+    expect_same<Bits4>(record(digits, static_cast<int>(rng() % 90) - 50 - n, true, more),
+                       rounding);
     expect_same<Bits8>(record(digits, static_cast<int>(rng() % 600) - 300 - n, false, more),
                        rounding);
     expect_same<Bits16>(record(digits, static_cast<int>(rng() % 9000) - 4500 - n, true, more),
@@ -301,4 +304,158 @@ TEST(DecimalToBinaryClasses, FixedImagesAndExceptionWords) {
   EXPECT_EQ(x, unsigned{FPX_INEXACT});
   ours<Bits8>(record("5", 0, false, true), FPR_NEAREST, &x);
   EXPECT_EQ(x, unsigned{FPX_INEXACT});  // `more` is a digit behind the last
+}
+
+// The exact way's pieces on their own: every record through
+// __decimal_to_unpacked and the packer of its format, in the direction of
+// the shared word, against the libc parsers; the accumulator against the
+// entry's own word.
+TEST_P(DecimalToBinary, UnpackedThenPackedAsTheOraclesRound) {
+  const int rounding = GetParam();
+  std::mt19937_64 rng(31 + rounding);
+  for (int k = 0; k < scaled_count(4000); ++k) {
+    const int n = 1 + static_cast<int>(rng() % 40);
+    const std::string digits = random_digits(rng, n);
+    const bool negative = rng() & 1;
+    const DecimalRecord r4 = record(digits, static_cast<int>(rng() % 110) - 70 - n, negative);
+    const DecimalRecord r8 = record(digits, static_cast<int>(rng() % 700) - 350 - n, negative);
+    const DecimalRecord r16 = record(digits, static_cast<int>(rng() % 9950) - 4990 - n, negative);
+    _fp_current_direction = rounding;
+    UnpackedFloat u;
+    Bits4 f4;
+    Bits8 f8;
+    Bits16 f16;
+    unsigned word;
+    __decimal_to_unpacked(&u, const_cast<DecimalRecord*>(&r4), 24);
+    _fp_current_exceptions = 0;
+    __pack_single(&u, reinterpret_cast<float*>(&f4));
+    ASSERT_EQ(f4, theirs<Bits4>(text_of(r4), rounding)) << text_of(r4);
+    ours<Bits4>(r4, rounding, &word);
+    ASSERT_EQ(_fp_current_exceptions, word) << text_of(r4);
+    __decimal_to_unpacked(&u, const_cast<DecimalRecord*>(&r8), 53);
+    _fp_current_exceptions = 0;
+    __pack_double(&u, reinterpret_cast<double*>(&f8));
+    ASSERT_EQ(f8, theirs<Bits8>(text_of(r8), rounding)) << text_of(r8);
+    ours<Bits8>(r8, rounding, &word);
+    ASSERT_EQ(_fp_current_exceptions, word) << text_of(r8);
+    __decimal_to_unpacked(&u, const_cast<DecimalRecord*>(&r16), 113);
+    __pack_quadruple(&u, reinterpret_cast<uint32_t*>(&f16));
+    ASSERT_EQ(hex(f16), hex(quad_edge(theirs<Bits16>(text_of(r16), rounding), rounding, negative)))
+        << text_of(r16);
+  }
+  _fp_current_direction = FPR_NEAREST;
+}
+
+TEST(UnpackedFloat, ShiftsKeepTheValueAndFoldWhatFallsOff) {
+  UnpackedFloat u{0, FPC_NORMAL, 10, {0x80000000u, 0, 0, 0, 0x00000003u}};
+  __fp_rightshift(&u, 1);
+  EXPECT_EQ(u.exponent, 11);
+  EXPECT_EQ(u.significand[0], 0x40000000u);
+  EXPECT_EQ(u.significand[4], 0x00000001u);  // 3 >> 1, and the 1 that fell off
+  __fp_rightshift(&u, 33);
+  EXPECT_EQ(u.significand[0], 0u);
+  EXPECT_EQ(u.significand[1], 0x20000000u);
+  EXPECT_EQ(u.significand[4], 1u);
+  __fp_normalize(&u);
+  EXPECT_EQ(u.exponent, 10);
+  EXPECT_EQ(u.significand[0], 0x80000000u);
+  EXPECT_EQ(u.significand[3], 0x00000004u);  // the sticky bit moved up with the rest
+  EXPECT_EQ(u.significand[4], 0u);
+  __fp_leftshift(&u, 1);
+  EXPECT_EQ(u.exponent, 9);
+  EXPECT_EQ(u.significand[0], 0u);  // the leading bit went out at the top
+  EXPECT_EQ(u.significand[3], 0x00000008u);
+  __fp_rightshift(&u, 200);
+  EXPECT_EQ(u.fp_class, FPC_NORMAL);
+  EXPECT_EQ(u.significand[0], 0u);
+  EXPECT_EQ(u.significand[4], 1u);  // only the sticky 1 is left
+  UnpackedFloat zero{1, FPC_NORMAL, 0, {0, 0, 0, 0, 0}};
+  __fp_rightshift(&zero, 160);
+  EXPECT_EQ(zero.fp_class, FPC_ZERO);
+  zero.fp_class = FPC_NORMAL;
+  __fp_normalize(&zero);
+  EXPECT_EQ(zero.fp_class, FPC_ZERO);
+}
+
+TEST(UnpackedFloat, PackersGiveClassImagesAndSentinelResults) {
+  double d = 1.5;
+  float f = 2.5f;
+  UnpackedFloat u{1, FPC_ZERO, 0, {}};
+  __pack_double(&u, &d);
+  EXPECT_EQ(std::bit_cast<uint64_t>(d), uint64_t{1} << 63);
+  u = {0, FPC_INFINITY, 0, {}};
+  __pack_single(&u, &f);
+  EXPECT_EQ(std::bit_cast<uint32_t>(f), 0x7f800000u);
+  // A quiet NaN keeps the bits behind the leading one and gets its quiet
+  // bit; a signaling one leaves the result as it was.
+  u = {0, FPC_QUIET_NAN, 0, {0x80000001u, 0x80000000u, 0, 0, 0}};
+  __pack_double(&u, &d);
+  EXPECT_EQ(std::bit_cast<uint64_t>(d), 0x7ff8000000300000u);
+  u.fp_class = FPC_SIGNALING_NAN;
+  f = 2.5f;
+  __pack_single(&u, &f);
+  EXPECT_EQ(f, 2.5f);
+  // Beyond every range: the direction decides, and the flags are added to
+  // what the accumulator holds.
+  UnpackedFloat large{1, FPC_NORMAL, UNPACKED_TOO_LARGE, {0x80000000u, 0, 0, 0, 0}};
+  UnpackedFloat small = large;
+  small.exponent = -UNPACKED_TOO_LARGE;
+  _fp_current_direction = FPR_NEAREST;
+  _fp_current_exceptions = FPX_INVALID;
+  __pack_double(&large, &d);
+  EXPECT_EQ(std::bit_cast<uint64_t>(d), 0xfff0000000000000u);
+  EXPECT_EQ(_fp_current_exceptions, unsigned{FPX_INVALID | FPX_OVERFLOW | FPX_INEXACT});
+  _fp_current_direction = FPR_ZERO;
+  __pack_double(&large, &d);
+  EXPECT_EQ(std::bit_cast<uint64_t>(d), 0xffefffffffffffffu);
+  _fp_current_direction = FPR_DOWN;
+  _fp_current_exceptions = 0;
+  __pack_double(&small, &d);
+  EXPECT_EQ(std::bit_cast<uint64_t>(d), 0x8000000000000001u);  // the smallest, away from zero
+  EXPECT_EQ(_fp_current_exceptions, unsigned{FPX_UNDERFLOW | FPX_INEXACT});
+  uint32_t x87[3];
+  __pack_extended(&small, x87);
+  EXPECT_EQ(x87[0], 1u);
+  EXPECT_EQ(x87[2], 0x8000u);
+  _fp_current_direction = FPR_NEAREST;
+  _fp_current_exceptions = 0;
+}
+
+TEST(UnpackedFloat, DigitsToDoubleSaysWhenTheSumRounded) {
+  int status = -1;
+  EXPECT_EQ(__digits_to_double("123456789", 9, &status), 123456789.0);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(__digits_to_double("9007199254740993", 16, &status), 9007199254740992.0);
+  EXPECT_EQ(status, 1);  // 2**53 + 1 is between two doubles
+  EXPECT_EQ(__digits_to_double("900719925474099", 15, &status), 900719925474099.0);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(__digits_to_double("123456789012345678", 18, &status), 123456789012345678.0);
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(__digits_to_double("1234567890123456789", 19, &status), 0.0);
+  EXPECT_EQ(status, 2);
+}
+
+TEST(DecimalToBinaryClasses, TheBookCases) {
+  unsigned x = 0;
+  // 1e23 lies between two doubles and goes to the one below.
+  EXPECT_EQ(ours<Bits8>(record("1", 23), FPR_NEAREST), 0x44b52d02c7e14af6u);
+  // Just past the coarse limit: infinity or the largest value.
+  EXPECT_EQ(ours<Bits8>(record("1", 772), FPR_NEAREST, &x), 0x7ff0000000000000u);
+  EXPECT_EQ(x, unsigned{FPX_OVERFLOW | FPX_INEXACT});
+  EXPECT_EQ(ours<Bits8>(record("1", 772), FPR_ZERO, &x), 0x7fefffffffffffffu);
+  EXPECT_EQ(ours<Bits8>(record("1", -1283), FPR_NEAREST, &x), 0u);
+  EXPECT_EQ(x, unsigned{FPX_UNDERFLOW | FPX_INEXACT});
+  // Halfway between 1 and the next double goes to the even one, and up
+  // with a dropped digit behind.
+  const std::string half = "100000000000000011102230246251565404236316680908203125";
+  const int e = -static_cast<int>(half.size()) + 1;
+  EXPECT_EQ(ours<Bits8>(record(half, e), FPR_NEAREST), 0x3ff0000000000000u);
+  EXPECT_EQ(ours<Bits8>(record(half, e, false, true), FPR_NEAREST), 0x3ff0000000000001u);
+  // No digits at all is zero, with its sign.
+  EXPECT_EQ(ours<Bits8>(record("", 5, true), FPR_NEAREST, &x), uint64_t{1} << 63);
+  EXPECT_EQ(x, 0u);
+  // A long value read as a float far from a tie, and one on a tie.
+  EXPECT_EQ(ours<Bits4>(record("1234567890123456789012345", -24), FPR_NEAREST), 0x3f9e0652u);
+  EXPECT_EQ(ours<Bits4>(record("1000000059604644775390625", -24), FPR_NEAREST), 0x3f800000u);
+  EXPECT_EQ(ours<Bits4>(record("1000000059604644775390626", -24), FPR_NEAREST), 0x3f800001u);
 }
