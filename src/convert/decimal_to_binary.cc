@@ -23,6 +23,7 @@
 #include "convert/unpacked.h"
 #include "qal/convert.h"
 #include "qal/quad.h"
+#include "util/digit_scan.h"
 #include "util/reported_op.h"
 
 namespace qal {
@@ -125,6 +126,59 @@ bool small_quotient(const Format& f, uint64_t w, int k, int sign, int rounding, 
   return true;
 }
 
+// w * 10**q for q below 20: the product is an exact 128-bit integer, rounded
+// once.
+[[gnu::always_inline]] inline bool exact_product(const Format& f, uint64_t w, int q, int sign,
+                                                 int rounding, Rounded* out) {
+  using u128 = unsigned __int128;
+  const u128 p = static_cast<u128>(w) * kPowersOfTen[q];
+  const uint64_t high = static_cast<uint64_t>(p >> 64);
+  const int length =
+      high ? 128 - __builtin_clzll(high) : 64 - __builtin_clzll(static_cast<uint64_t>(p));
+  int exponent = length - 1;
+  u128 mant;
+  bool half = false, rest = false;
+  if (length <= f.precision) {
+    mant = p << (f.precision - length);
+  } else {
+    const int drop = length - f.precision;
+    mant = p >> drop;
+    half = (p >> (drop - 1)) & 1;
+    rest = (p & ((u128{1} << (drop - 1)) - 1)) != 0;
+    if (away_from_zero(rounding, sign, half, rest, mant & 1) && (++mant >> f.precision)) {
+      mant >>= 1;
+      ++exponent;
+    }
+  }
+  if (exponent > f.emax) return false;
+  out->significand = mant;
+  out->exponent = exponent;
+  out->exceptions = half || rest ? FPX_INEXACT : 0;
+  return true;
+}
+
+// Rounds the kept bits `mant` of a fast path by the bit below them and the
+// sticky rest, and stores the result; false when it overflows the format.
+[[gnu::always_inline]] inline bool round_kept(const Format& f, int sign, int rounding,
+                                              unsigned __int128 mant, bool half_bit, bool sticky,
+                                              int exponent, bool tiny, Rounded* out) {
+  if (away_from_zero(rounding, sign, half_bit, sticky, mant & 1)) {
+    ++mant;
+    // A normal value rounded up to the next power of two; a subnormal one
+    // just has one more bit (perhaps becoming the smallest normal).
+    if (!tiny && mant >> f.precision) {
+      mant >>= 1;
+      ++exponent;
+    }
+  }
+  if (exponent > f.emax) return false;
+  const bool inexact = half_bit || sticky;
+  out->significand = mant;
+  out->exponent = tiny ? f.emin : exponent;
+  out->exceptions = inexact ? (tiny ? FPX_INEXACT | FPX_UNDERFLOW : FPX_INEXACT) : 0;
+  return true;
+}
+
 // The fast path: at most 19 digits and a power of five in the wide table.
 // The digits, normalised to 64 bits, times the table's 128-bit mantissa of
 // 5**q give the value's leading bits with an error below 2**65 in the
@@ -133,12 +187,14 @@ bool small_quotient(const Format& f, uint64_t w, int k, int sign, int rounding, 
 // the rounding bit and the sticky mark are known: the sticky mark is set
 // whenever the power is not exact, as the true product then lies above the
 // computed one.  When it could, a short quotient decides if 10**-q is
-// small enough, the exact way otherwise; results outside the normal range
-// go the exact way too.
+// small enough, the exact way otherwise.  Subnormal results keep the bits
+// they have room for; overflows and values below the least subnormal go
+// the exact way.
 [[gnu::always_inline]] inline bool fast_path(const Format& f, uint64_t w, int q, int sign,
                                              int rounding, Rounded* out) {
   using u128 = unsigned __int128;
   if (w == 0 || q < -kWidePowerLimit || q > kWidePowerLimit) return false;
+  if (q >= 0 && q < 20) return exact_product(f, w, q, sign, rounding, out);
   const WidePower& t = wide_power(q);
   const int lz = __builtin_clzll(w);
   const uint64_t wn = w << lz;
@@ -147,8 +203,14 @@ bool small_quotient(const Format& f, uint64_t w, int k, int sign, int rounding, 
   const u128 z = high + (low >> 64);  // bits 64..191 of the product
   const uint64_t z_low = static_cast<uint64_t>(low);
   const int top = (z >> 127) ? 191 : 190;
-  const int half = top - f.precision;  // the rounding bit; at least 77
-  const int below = half - 64;         // its place in z
+  int exponent = top + t.exponent - 127 + q - lz;  // of the leading bit
+  // Below the normal range fewer bits are kept; none at all is left to the
+  // exact way.
+  const bool tiny = exponent < f.emin;
+  const int keep = tiny ? f.precision - (f.emin - exponent) : f.precision;
+  if (keep < 1) return false;
+  const int half = top - keep;  // the rounding bit; at least 77
+  const int below = half - 64;  // its place in z
   u128 mant = z >> (below + 1);
   const bool half_bit = (z >> below) & 1;
   const u128 rest = z & ((u128{1} << below) - 1);
@@ -156,19 +218,7 @@ bool small_quotient(const Format& f, uint64_t w, int k, int sign, int rounding, 
     return f.precision <= 53 && q < 0 && q >= -27 && small_quotient(f, w, -q, sign, rounding, out);
   const bool exact_power = q >= 0 && q <= 55;
   const bool sticky = exact_power ? (rest != 0 || z_low != 0) : true;
-  int exponent = top + t.exponent - 127 + q - lz;
-  if (away_from_zero(rounding, sign, half_bit, sticky, mant & 1)) {
-    ++mant;
-    if (mant >> f.precision) {
-      mant >>= 1;
-      ++exponent;
-    }
-  }
-  if (exponent < f.emin || exponent > f.emax) return false;
-  out->significand = mant;
-  out->exponent = exponent;
-  out->exceptions = (half_bit || sticky) ? FPX_INEXACT : 0;
-  return true;
+  return round_kept(f, sign, rounding, mant, half_bit, sticky, exponent, tiny, out);
 }
 
 // Upper exponent limits of the coarse checks, by significand bits; the
@@ -382,18 +432,81 @@ bool __inrange_single(const DecimalRecord& rec, int length, float* out, unsigned
 }
 
 // The decimal fast path of 64-bit digits and a 128-bit power of five.
-bool wide_fast_path(const Format& f, const DecimalRecord& rec, int length, int rounding,
-                    Rounded* out) {
-  if (rec.more || length > 19) return false;
-  uint64_t w = 0;
-  for (int i = 0; i < length; ++i) w = w * 10 + static_cast<uint64_t>(rec.digits[i] - '0');
-  return fast_path(f, w, rec.exponent, rec.sign != 0, rounding, out);
+// A 256-bit product, least significant limb first.
+struct Product256 {
+  uint64_t limb[4];
+
+  Product256(unsigned __int128 a, uint64_t b1, uint64_t b0) {
+    using u128 = unsigned __int128;
+    const uint64_t a1 = static_cast<uint64_t>(a >> 64), a0 = static_cast<uint64_t>(a);
+    const u128 p00 = u128{a0} * b0, p01 = u128{a0} * b1, p10 = u128{a1} * b0, p11 = u128{a1} * b1;
+    const u128 mid = (p00 >> 64) + static_cast<uint64_t>(p01) + static_cast<uint64_t>(p10);
+    const u128 high = p11 + (p01 >> 64) + (p10 >> 64) + (mid >> 64);
+    limb[0] = static_cast<uint64_t>(p00);
+    limb[1] = static_cast<uint64_t>(mid);
+    limb[2] = static_cast<uint64_t>(high);
+    limb[3] = static_cast<uint64_t>(high >> 64);
+  }
+  uint64_t at(int i) const { return i >= 0 && i < 4 ? limb[i] : 0; }
+  // The 128 bits from bit s up.
+  unsigned __int128 from(int s) const {
+    const int ws = s >> 6, bs = s & 63;
+    uint64_t r[2];
+    for (int i = 0; i < 2; ++i)
+      r[i] = bs ? (at(i + ws) >> bs) | (at(i + ws + 1) << (64 - bs)) : at(i + ws);
+    return (static_cast<unsigned __int128>(r[1]) << 64) | r[0];
+  }
+  bool bit(int k) const { return (limb[k >> 6] >> (k & 63)) & 1; }
+  // Bits low to high - 1 (high - low at most 128) as a number.
+  unsigned __int128 field(int low, int high) const {
+    const unsigned __int128 v = from(low);
+    const int n = high - low;
+    return n >= 128 ? v : v & ((static_cast<unsigned __int128>(1) << n) - 1);
+  }
+};
+
+// The fast path for the wide formats: up to 38 digits (below 2**127) times
+// the table's 128-bit mantissa of 5**q.  The product's error is below
+// 2**129 (the mantissa is short of the power by less than two units), far
+// below the rounding bit of a 113-bit result at bit 141 or higher: unless
+// bits 129 up to the rounding bit are all ones, a carry cannot reach it.
+bool fast_path_128(const Format& f, unsigned __int128 w, int q, int sign, int rounding,
+                   Rounded* out) {
+  using u128 = unsigned __int128;
+  if (w == 0 || q < -kWidePowerLimit || q > kWidePowerLimit) return false;
+  const WidePower& t = wide_power(q);
+  const uint64_t w1 = static_cast<uint64_t>(w >> 64);
+  const int lz = w1 ? __builtin_clzll(w1) : 64 + __builtin_clzll(static_cast<uint64_t>(w));
+  const Product256 p(w << lz, t.hi, t.lo);
+  const int top = p.bit(255) ? 255 : 254;
+  int exponent = top + t.exponent - 127 + q - lz;
+  const bool tiny = exponent < f.emin;
+  const int keep = tiny ? f.precision - (f.emin - exponent) : f.precision;
+  if (keep < 1) return false;
+  const int half = top - keep;  // at least 141
+  if (p.field(129, half) == (u128{1} << (half - 129)) - 1) return false;
+  u128 mant = p.from(half + 1);
+  const bool half_bit = p.bit(half);
+  const bool exact_power = q >= 0 && q <= 55;
+  const bool sticky = !exact_power || p.field(0, 128) != 0 || p.field(128, half) != 0;
+  return round_kept(f, sign, rounding, mant, half_bit, sticky, exponent, tiny, out);
 }
 
-// The quad and the x87 entries: the wide path, else an exact double.
+// The quad and the x87 entries: the 128-bit path, else an exact double.
 bool wide_fast_quadex(const Format& f, const DecimalRecord& r, int length, int rounding,
                       Rounded* fast) {
-  if (wide_fast_path(f, r, length, rounding, fast)) return true;
+  if (!r.more && length <= 38) {
+    // Two halves of at most 19 digits, taken a word at a time.
+    const char* const digits = r.digits;
+    const char* const limit = digits + DECIMAL_RECORD_DIGITS;
+    const int split = length > 19 ? length - 19 : 0;
+    uint64_t high = 0, low = 0;
+    append_digits(digits, digits + split, limit, high);
+    append_digits(digits + split, digits + length, limit, low);
+    const unsigned __int128 w =
+        static_cast<unsigned __int128>(high) * kPowersOfTen[length - split] + low;
+    if (fast_path_128(f, w, r.exponent, r.sign & 1, rounding, fast)) return true;
+  }
   return rounding == FPR_NEAREST && !r.more && __inrange_quadex(r, length, f, fast);
 }
 
@@ -437,35 +550,53 @@ void decimal_to(const Format& f, DecimalMode* mode, DecimalRecord* rec, unsigned
   if (r.exceptions) __base_conversion_set_exception(r.exceptions);
 }
 
-// Single and double: the wide path, then the floating-point one for round
-// to nearest.
+// The fast path's result as a REAL*4 or REAL*8: the leading bit of a
+// normal significand carries into the exponent's lowest bit, and a
+// subnormal's exponent field (emin + emax - 1) is zero.
+template <int N>
+[[gnu::always_inline]] inline void store_fast(const Rounded& r, bool negative, void* out) {
+  using Bits = std::conditional_t<N == 4, uint32_t, uint64_t>;
+  constexpr const Format& f = N == 4 ? kSingle : kDouble;
+  const Bits magnitude = (static_cast<Bits>(r.exponent + f.emax - 1) << (f.precision - 1)) +
+                         static_cast<Bits>(r.significand);
+  const Bits bits = (static_cast<Bits>(negative) << (8 * N - 1)) | magnitude;
+  memcpy(out, &bits, N);
+}
+
+// Single and double: the wide path on digits read a word at a time, then,
+// for round to nearest, the floating-point one, then the exact way.
 template <class T>
 void decimal_to_binary32_64(T* result, DecimalMode* mode, DecimalRecord* rec,
                             unsigned* exceptions) {
   using Bits = std::conditional_t<sizeof(T) == 4, uint32_t, uint64_t>;
   constexpr const Format& f = sizeof(T) == 4 ? kSingle : kDouble;
+  if ((rec->fp_class == FPC_NORMAL || rec->fp_class == FPC_SUBNORMAL) && !rec->more) {
+    const char* const digits = rec->digits;
+    uint64_t w = 0;
+    const char* end = append_digits(digits, digits + 20, digits + DECIMAL_RECORD_DIGITS, w);
+    Rounded r;
+    if (*end == '\0' && end - digits <= 19 &&
+        fast_path(f, w, rec->exponent, rec->sign & 1, mode->rounding, &r)) {
+      store_fast<sizeof(T)>(r, rec->sign & 1, result);
+      *exceptions = r.exceptions;
+      if (r.exceptions) __base_conversion_set_exception(r.exceptions);
+      return;
+    }
+  }
   const auto store = [&](int fp_class, int sign, const Rounded& r) {
     const Bits bits = static_cast<Bits>(pack_ieee(fp_class, sign, r, f, 8 * sizeof(T)));
     memcpy(result, &bits, sizeof(T));
   };
-  const auto floating = [](const DecimalRecord& r, int length, T* out, unsigned* x) {
-    if constexpr (sizeof(T) == 4)
-      return __inrange_single(r, length, out, x);
-    else
-      return __inrange_double(r, length, out, x);
-  };
   decimal_to(
       f, mode, rec, exceptions,
       [&](const DecimalRecord& r, int length, int rounding, unsigned* x) {
-        Rounded fast;
-        if (wide_fast_path(f, r, length, rounding, &fast)) {
-          store(FPC_NORMAL, r.sign & 1, fast);
-          *x = fast.exceptions;
-          return true;
-        }
-        if (rounding != FPR_NEAREST || r.more || !floating(r, length, result, x)) return false;
-        if (r.sign & 1) *result = -*result;
-        return true;
+        bool settled;
+        if constexpr (sizeof(T) == 4)
+          settled = rounding == FPR_NEAREST && !r.more && __inrange_single(r, length, result, x);
+        else
+          settled = rounding == FPR_NEAREST && !r.more && __inrange_double(r, length, result, x);
+        if (settled && (r.sign & 1)) *result = -*result;
+        return settled;
       },
       store);
 }
@@ -475,17 +606,9 @@ void decimal_to_binary32_64(T* result, DecimalMode* mode, DecimalRecord* rec,
 template <int N>
 bool fast_decimal_to_real(uint64_t w, int q, bool negative, int rounding, void* out) {
   static_assert(N == 4 || N == 8);
-  using Bits = std::conditional_t<N == 4, uint32_t, uint64_t>;
-  constexpr const Format& f = N == 4 ? kSingle : kDouble;
-  constexpr int fraction = f.precision - 1;
   Rounded r;
-  if (!fast_path(f, w, q, negative, rounding, &r)) return false;
-  // A normal number: the leading bit of the significand is the exponent's
-  // lowest bit's carry.
-  const Bits magnitude =
-      (static_cast<Bits>(r.exponent + f.emax - 1) << fraction) + static_cast<Bits>(r.significand);
-  const Bits bits = (static_cast<Bits>(negative) << (8 * N - 1)) | magnitude;
-  memcpy(out, &bits, N);
+  if (!fast_path(N == 4 ? kSingle : kDouble, w, q, negative, rounding, &r)) return false;
+  store_fast<N>(r, negative, out);
   if (r.exceptions) __base_conversion_set_exception(r.exceptions);
   return true;
 }

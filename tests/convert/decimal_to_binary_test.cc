@@ -168,8 +168,7 @@ TEST_P(DecimalToBinary, LongStringsWithAndWithoutDroppedDigits) {
     const int n = 40 + static_cast<int>(rng() % 472);
     const std::string digits = random_digits(rng, n);
     const bool more = rng() & 1;
-    expect_same<Bits4>(record(digits, static_cast<int>(rng() % 90) - 50 - n, true, more),
-                       rounding);
+    expect_same<Bits4>(record(digits, static_cast<int>(rng() % 90) - 50 - n, true, more), rounding);
     expect_same<Bits8>(record(digits, static_cast<int>(rng() % 600) - 300 - n, false, more),
                        rounding);
     expect_same<Bits16>(record(digits, static_cast<int>(rng() % 9000) - 4500 - n, true, more),
@@ -215,8 +214,7 @@ TEST_P(DecimalToBinary, ExactValuesWithFewDecimals) {
   for (int k = 0; k < scaled_count(4000); ++k) {
     const int zeros = 1 + static_cast<int>(rng() % 3);
     const uint64_t integer = (rng() >> (11 + rng() % 40)) | 1;
-    snprintf(text, sizeof text, "%llu%.*s", static_cast<unsigned long long>(integer), zeros,
-             "000");
+    snprintf(text, sizeof text, "%llu%.*s", static_cast<unsigned long long>(integer), zeros, "000");
     if (strlen(text) <= 19) {
       expect_same<Bits8>(record(text, -zeros), rounding);
       expect_same<Bits4>(record(text, -zeros), rounding);
@@ -234,6 +232,30 @@ TEST_P(DecimalToBinary, ExactValuesWithFewDecimals) {
         expect_same<Bits8>(record(text, -j, negative), rounding);
         expect_same<Bits4>(record(text, -j, negative), rounding);
       }
+    }
+  }
+}
+
+// Integers of 114 to 126 bits, odd ones being ties between two quads, and
+// their neighbours, written as integers and with a zero after the point:
+// the 128-bit path for the wide formats must decide them or step aside.
+TEST_P(DecimalToBinary, WideIntegersOnAndNearQuadTies) {
+  const int rounding = GetParam();
+  std::mt19937_64 rng(114 + rounding);
+  for (int k = 0; k < scaled_count(3000); ++k) {
+    const int bits = 114 + static_cast<int>(rng() % 13);
+    Bits16 v = (static_cast<Bits16>(rng()) << 64) | rng();
+    v >>= 128 - bits;
+    v |= static_cast<Bits16>(1) << (bits - 1);
+    for (Bits16 x : {v | 1, v & ~static_cast<Bits16>(1), (v | 1) + 2}) {
+      char text[48];
+      char* end = text + sizeof text - 1;
+      *end = '\0';
+      char* p = end;
+      for (Bits16 y = x; y; y /= 10) *--p = static_cast<char>('0' + static_cast<int>(y % 10));
+      expect_same<Bits16>(record(p, 0), rounding);
+      expect_same<Bits16>(record(std::string(p) + "0", -1, true), rounding);
+      expect_same_extended(record(p, 0), rounding);
     }
   }
 }
