@@ -5,6 +5,8 @@
 
 #include <bit>
 
+#include "util/binary_format.h"
+
 namespace qal {
 
 namespace {
@@ -62,8 +64,8 @@ constexpr double nearest_double(const Nat<34>& value, int scale, bool sticky) {
     m >>= 1;
     ++e;
   }
-  return std::bit_cast<double>(static_cast<uint64_t>(e + 1023) << 52 |
-                               (m & ((uint64_t{1} << 52) - 1)));
+  return std::bit_cast<double>(
+      Binary64::pack(false, e + Binary64::kBias, m & Binary64::kFractionMask));
 }
 
 constexpr std::array<double, 50> make_tens(bool negative) {

@@ -7,27 +7,15 @@
 
 #include "convert/engine.h"
 #include "qal/convert.h"
+#include "util/binary_format.h"
 
 namespace qal {
 
 namespace {
 
-using u128 = unsigned __int128;
-
 struct Classified {
   int fp_class;
   Unpacked u;
-};
-
-// The fields of an IEEE-style format: `Bits` holds the image, the
-// fraction has `fraction_bits` bits, and the integer bit is hidden unless
-// `explicit_integer` (x87).
-template <int FractionBits, int ExponentBits, bool ExplicitInteger>
-struct Layout {
-  static constexpr int kBias = (1 << (ExponentBits - 1)) - 1;
-  static constexpr int kMaxBiased = (1 << ExponentBits) - 1;
-  // Exponent of the significand's last bit for the smallest biased exponent.
-  static constexpr int kMinExponent = 1 - kBias - FractionBits;
 };
 
 // sign, biased exponent, significand as stored (integer bit included for
@@ -50,47 +38,36 @@ Classified classify(int sign, int biased, u128 significand, u128 fraction, bool 
   return c;
 }
 
-using SingleLayout = Layout<23, 8, false>;
-using DoubleLayout = Layout<52, 11, false>;
-using ExtendedLayout = Layout<63, 15, true>;
-using QuadLayout = Layout<112, 15, false>;
+// The class and fields of an image of format L; `quiet` says whether a
+// NaN is quiet.
+template <class L>
+Classified classify_image(typename L::Bits b, bool quiet) {
+  return classify<L>(L::negative(b), L::biased(b), L::significand(b), L::payload(b), quiet);
+}
 
 Classified classify_single(float x) {
   const uint32_t b = std::bit_cast<uint32_t>(x);
-  const int biased = (b >> 23) & 0xff;
-  const uint32_t fraction = b & 0x7fffff;
-  const uint32_t hidden = biased != 0 && biased != 0xff ? 0x800000 : 0;
-  return classify<SingleLayout>(b >> 31, biased, fraction | hidden, fraction,
-                                (fraction & 0x400000) != 0);
+  return classify_image<Binary32>(b, (b & Binary32::kQuiet) != 0);
 }
 
 Classified classify_double(double x) {
   const uint64_t b = std::bit_cast<uint64_t>(x);
-  const int biased = (b >> 52) & 0x7ff;
-  const uint64_t fraction = b & ((uint64_t{1} << 52) - 1);
-  const uint64_t hidden = biased != 0 && biased != 0x7ff ? uint64_t{1} << 52 : 0;
   // A NaN whose upper 20 fraction bits, as a number, reach 0x40000 counts
   // as quiet: the second-highest fraction bit alone is enough.
-  return classify<DoubleLayout>(static_cast<int>(b >> 63), biased, fraction | hidden, fraction,
-                                (fraction >> 32) >= 0x40000);
+  return classify_image<Binary64>(b, (Binary64::fraction(b) >> 32) >= 0x40000);
 }
 
 Classified classify_extended(const uint32_t w[3]) {
-  const uint64_t significand = static_cast<uint64_t>(w[1]) << 32 | w[0];
-  const int biased = w[2] & 0x7fff;
-  const uint64_t fraction = significand & ~(uint64_t{1} << 63);
-  return classify<ExtendedLayout>((w[2] >> 15) & 1, biased, significand, fraction,
-                                  (significand >> 62) & 1);
+  u128 b = 0;
+  memcpy(&b, w, X87Extended::kBytes);
+  return classify_image<X87Extended>(b, (b & X87Extended::kQuiet) != 0);
 }
 
 // Words least significant first.
 Classified classify_quad(const uint32_t w[4]) {
-  const u128 b = static_cast<u128>(w[3]) << 96 | static_cast<u128>(w[2]) << 64 |
-                 static_cast<u128>(w[1]) << 32 | w[0];
-  const int biased = (w[3] >> 16) & 0x7fff;
-  const u128 fraction = b & ((static_cast<u128>(1) << 112) - 1);
-  const u128 hidden = biased != 0 && biased != 0x7fff ? static_cast<u128>(1) << 112 : 0;
-  return classify<QuadLayout>(w[3] >> 31, biased, fraction | hidden, fraction, (w[3] >> 15) & 1);
+  u128 b;
+  memcpy(&b, w, 16);
+  return classify_image<Binary128>(b, (b & Binary128::kQuiet) != 0);
 }
 
 // Stores class and sign; converts finite non-zero values.  `fast` is the

@@ -7,6 +7,7 @@
 
 #include "convert/digits.h"
 #include "qal/convert.h"
+#include "util/binary_format.h"
 #include "util/rounding.h"
 
 namespace qal {
@@ -194,21 +195,23 @@ QAL_EXPORT char* __k_gconvert(int ndigit, DecimalRecord* rec, int trailing, char
 
 QAL_EXPORT void ldouble2quadruple(const uint32_t from[3], uint32_t to[4]) {
   // The 63 fraction bits below the integer bit become the top of the
-  // 112-bit field: they start at bit 49 of it.
-  const uint64_t fraction = (static_cast<uint64_t>(from[1]) << 32 | from[0]) & ~(uint64_t{1} << 63);
-  to[3] = (from[2] & 0xffff) << 16 | static_cast<uint32_t>(fraction >> 47);
-  to[2] = static_cast<uint32_t>(fraction >> 15);
-  to[1] = static_cast<uint32_t>(fraction << 17);
-  to[0] = 0;
+  // quad's fraction; the sign and exponent word is the same.
+  u128 x = 0;
+  memcpy(&x, from, X87Extended::kBytes);
+  constexpr int kShift = Binary128::kFractionBits - (X87Extended::kFractionBits - 1);
+  const u128 q = Binary128::pack(X87Extended::negative(x), X87Extended::biased(x),
+                                 X87Extended::payload(x) << kShift);
+  memcpy(to, &q, 16);
 }
 
 QAL_EXPORT void quadruple2ldouble(const uint32_t from[4], uint32_t to[3]) {
-  const uint64_t fraction = static_cast<uint64_t>(from[3] & 0xffff) << 47 |
-                            static_cast<uint64_t>(from[2]) << 15 | from[1] >> 17;
-  const uint64_t significand = uint64_t{1} << 63 | fraction;
-  to[0] = static_cast<uint32_t>(significand);
-  to[1] = static_cast<uint32_t>(significand >> 32);
-  to[2] = from[3] >> 16;
+  // The top 63 fraction bits, cut, behind an integer bit that is always set.
+  u128 q;
+  memcpy(&q, from, 16);
+  constexpr int kShift = Binary128::kFractionBits - (X87Extended::kFractionBits - 1);
+  const u128 x = X87Extended::pack(Binary128::negative(q), Binary128::biased(q),
+                                   X87Extended::kLead | (Binary128::fraction(q) >> kShift));
+  memcpy(to, &x, 12);
 }
 
 }  // extern "C"

@@ -13,6 +13,7 @@
 #include "qal/convert.h"
 #include "qal/errors.h"
 #include "qal/format.h"
+#include "util/binary_format.h"
 #include "util/rounding.h"
 
 namespace qal {
@@ -29,9 +30,9 @@ constexpr int32_t kMaxFractional = 1055;
 // A value of N bytes: its image as an integer and its fields.
 template <int N>
 struct Real {
-  static constexpr int kFractionBits = N == 4 ? 23 : N == 8 ? 52 : 112;
-  static constexpr int kExponentBits = N == 4 ? 8 : N == 8 ? 11 : 15;
-  static constexpr int kMaxBiased = (1 << kExponentBits) - 1;
+  using L = RealFormat<N>;
+  static constexpr int kFractionBits = L::kFractionBits;
+  static constexpr int kMaxBiased = L::kMaxBiased;
   static constexpr int kBits = 8 * N;
   static constexpr int32_t kDefaultW = N == 4 ? 15 : N == 8 ? 25 : 42;
   static constexpr int32_t kDefaultD = N == 4 ? 7 : N == 8 ? 16 : 33;
@@ -333,9 +334,9 @@ class RealEditor {
     if (m < 1e27L) {
       // m lies in [2**b, 2**(b+1)), whose decimal logarithm spans less
       // than one: floor(b log10 2) or one more.
-      uint16_t sign_exponent;
-      memcpy(&sign_exponent, reinterpret_cast<const char*>(&m) + 8, 2);
-      const int32_t b = (sign_exponent & 0x7fff) - 16383;
+      u128 image = 0;
+      memcpy(&image, &m, X87Extended::kBytes);
+      const int32_t b = X87Extended::biased(image) - X87Extended::kBias;
       int32_t n = (b * 1233) >> 12;
       n += m >= kExactTens[n + 1];
       return n + 1;

@@ -15,12 +15,12 @@
 
 #include "qal/convert.h"
 #include "qal/listed.h"
+#include "util/binary_format.h"
 
 namespace qal {
 
 // The layout of one precision's texts.
 struct F77RealLayout {
-  int fraction_bits;
   int significant;      // digits in every F and E form
   int field_f;          // width of the F forms, blanks included
   int field_e;          // width of the E forms at the fewest exponent digits, and of Inf and NaN
@@ -38,7 +38,7 @@ struct F77RealShape;
 
 template <>
 struct F77RealShape<4> {
-  static constexpr F77RealLayout kLayout = {23, 6, 11, 15, 7, 2, "Inf"};
+  static constexpr F77RealLayout kLayout = {6, 11, 15, 7, 2, "Inf"};
   static int estimate(const void* bits) { return __f90_silog(static_cast<const float*>(bits)); }
   static void digits(const void* bits, bool fixed, int ndigit, int* decpt, char* buf) {
     int sign;
@@ -48,7 +48,7 @@ struct F77RealShape<4> {
 
 template <>
 struct F77RealShape<8> {
-  static constexpr F77RealLayout kLayout = {52, 14, 19, 23, 15, 2, "Infinity"};
+  static constexpr F77RealLayout kLayout = {14, 19, 23, 15, 2, "Infinity"};
   static double value(const void* bits) {
     double x;
     memcpy(&x, bits, 8);
@@ -63,7 +63,7 @@ struct F77RealShape<8> {
 
 template <>
 struct F77RealShape<16> {
-  static constexpr F77RealLayout kLayout = {112, 35, 40, 45, 36, 3, "Infinity"};
+  static constexpr F77RealLayout kLayout = {35, 40, 45, 36, 3, "Infinity"};
   static int estimate(const void* bits) { return __f90_qilog(bits); }
   static void digits(const void* bits, bool fixed, int ndigit, int* decpt, char* buf) {
     uint32_t words[4];
@@ -85,16 +85,11 @@ struct F77RealClass {
 
 template <int N>
 F77RealClass f77_real_class(const void* bits) {
-  using u128 = unsigned __int128;
-  constexpr int kFractionBits = F77RealShape<N>::kLayout.fraction_bits;
-  constexpr int kExponentBits = 8 * N - 1 - kFractionBits;
-  u128 image = 0;
+  using L = RealFormat<N>;
+  typename L::Bits image;
   memcpy(&image, bits, N);
-  const u128 fraction = image & ((u128{1} << kFractionBits) - 1);
-  const u128 magnitude = image & ((u128{1} << (8 * N - 1)) - 1);
-  const bool special = (magnitude >> kFractionBits) == (u128{1} << kExponentBits) - 1;
-  return {static_cast<bool>(image >> (8 * N - 1)), magnitude == 0, special,
-          special && fraction != 0};
+  return {L::negative(image), L::is_zero(image), L::biased(image) == L::kMaxBiased,
+          L::is_nan(image)};
 }
 
 // F form from the estimate alone: the fixed conversion is then asked for

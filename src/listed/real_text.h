@@ -9,6 +9,7 @@
 #include <string.h>
 
 #include "qal/convert.h"
+#include "util/binary_format.h"
 
 namespace qal {
 
@@ -35,10 +36,10 @@ inline constexpr int kMaxRealText = 56;
 template <int N>
 int real_text(const void* bits, bool decimal_comma, char* out) {
   using u128 = unsigned __int128;
-  constexpr int kFractionBits = N == 4 ? 23 : N == 8 ? 52 : 112;
-  constexpr int kExponentBits = N == 4 ? 8 : N == 8 ? 11 : 15;
-  constexpr int kBias = (1 << (kExponentBits - 1)) - 1;
-  constexpr int kMaxBiased = (1 << kExponentBits) - 1;
+  using L = RealFormat<N>;
+  constexpr int kFractionBits = L::kFractionBits;
+  constexpr int kBias = L::kBias;
+  constexpr int kMaxBiased = L::kMaxBiased;
   u128 image = 0;
   memcpy(&image, bits, N);
   const bool negative = (image >> (8 * N - 1)) & 1;

@@ -6,21 +6,22 @@
 
 #include "listed/f77_real_text.h"
 #include "qal/listed.h"
+#include "util/binary_format.h"
 
 namespace qal {
 
 namespace {
 
-// The sign and exponent word of a binary128 image, and its fraction's top byte.
+// The biased exponent of a binary128 image and its fraction's top byte.
 struct QuadTop {
   int biased;
   int fraction_byte;
 };
 
 QuadTop quad_top(const void* value) {
-  uint32_t words[4];
-  memcpy(words, value, 16);
-  return {static_cast<int>((words[3] >> 16) & 0x7fff), static_cast<int>((words[3] >> 8) & 0xff)};
+  u128 x;
+  memcpy(&x, value, 16);
+  return {Binary128::biased(x), static_cast<int>(x >> (Binary128::kFractionBits - 8)) & 0xff};
 }
 
 }  // namespace
@@ -30,21 +31,23 @@ extern "C" {
 QAL_EXPORT int32_t __f90_silog(const float* x) {
   uint32_t bits;
   memcpy(&bits, x, 4);
-  const int32_t t = static_cast<int32_t>((bits & 0x7fffffff) - 0x3f800000) >> 11;
+  // The magnitude less the image of 1.0, read as a fixed-point exponent.
+  const uint32_t one = Binary32::pack(false, Binary32::kBias, 0);
+  const int32_t t = static_cast<int32_t>((bits & Binary32::kMagnitude) - one) >> 11;
   return (t * 1233) >> 24;
 }
 
 QAL_EXPORT int32_t __f90_ilog(double x) {
   uint64_t bits;
   memcpy(&bits, &x, 8);
-  const int32_t biased = static_cast<int32_t>((bits >> 52) & 0x7ff);
-  const int32_t t = (biased - 1023) * 256 + static_cast<int32_t>((bits >> 44) & 0xff);
+  const int32_t t = (Binary64::biased(bits) - Binary64::kBias) * 256 +
+                    static_cast<int32_t>((bits >> (Binary64::kFractionBits - 8)) & 0xff);
   return (t * 1233) >> 20;
 }
 
 QAL_EXPORT int32_t __f90_qilog(const void* x) {
   const QuadTop q = quad_top(x);
-  const int32_t t = (q.biased - 16383) * 256 + q.fraction_byte;
+  const int32_t t = (q.biased - Binary128::kBias) * 256 + q.fraction_byte;
   return (t * 77 + (t >> 4)) >> 16;
 }
 

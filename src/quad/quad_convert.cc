@@ -7,9 +7,9 @@ namespace qal {
 
 namespace {
 
-constexpr int32_t kDoubleBias = 1023;
-constexpr uint64_t kDoubleSign = uint64_t{1} << 63;
-constexpr uint64_t kDoubleFraction = (uint64_t{1} << 52) - 1;
+constexpr int32_t kDoubleBias = Binary64::kBias;
+constexpr uint64_t kDoubleSign = Binary64::kSign;
+constexpr uint64_t kDoubleFraction = Binary64::kFractionMask;
 
 // A non-zero magnitude below 2**64 as an exact image.
 [[gnu::always_inline]] inline u128 from_magnitude(uint64_t m) {
@@ -49,10 +49,10 @@ extern "C" {
 QAL_EXPORT void _Qdtoq(QuadImage* result, const double* x) {
   const uint64_t bits = std::bit_cast<uint64_t>(*x);
   const u128 sign = u128{bits >> 63} << 127;
-  const int32_t field = int32_t(bits >> 52) & 0x7ff;
-  const uint64_t fraction = bits & kDoubleFraction;
+  const int32_t field = Binary64::biased(bits);
+  const uint64_t fraction = Binary64::fraction(bits);
   u128 m;
-  if (field == 0x7ff)
+  if (field == Binary64::kMaxBiased)
     m = kInfinity | (u128{fraction} << 60);
   else if (field != 0)
     m = (u128(field - kDoubleBias + kBias) << 112) | (u128{fraction} << 60);
@@ -74,7 +74,7 @@ QAL_EXPORT double _Qqtod(const QuadImage* a) {
   if (m >= kInfinity) {
     // An infinity, or a NaN quieted with its top 51 payload bits.
     const uint64_t nan = m > kInfinity ? (uint64_t{1} << 51) : 0;
-    return std::bit_cast<double>(sign | (uint64_t{0x7ff} << 52) | nan |
+    return std::bit_cast<double>(sign | Binary64::kInfinity | nan |
                                  uint64_t((m & kFraction) >> 60));
   }
   if (m == 0) return std::bit_cast<double>(sign);
@@ -85,8 +85,7 @@ QAL_EXPORT double _Qqtod(const QuadImage* a) {
   const u128 sig = ((m & kFraction) | (u128{field != 0} << 112)) << 15;
   const uint64_t sig64 = uint64_t(sig >> 64) | uint64_t(uint64_t(sig) != 0);
   const int32_t exp = (field + (field == 0)) - kBias + kDoubleBias - 1;
-  return std::bit_cast<double>(
-      round_pack<uint64_t, 11, 52, true>(sign, exp, sig64, rounding_mode()));
+  return std::bit_cast<double>(round_pack<Binary64, true>(sign, exp, sig64, rounding_mode()));
 }
 
 QAL_EXPORT int32_t _Qqtoi(const QuadImage* a) { return quad_to_integer<int32_t>(a); }

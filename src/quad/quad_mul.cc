@@ -10,7 +10,7 @@ namespace {
 
 [[gnu::always_inline]] inline u128 round_pack_product(u128 sign, int32_t exp, u128 sig,
                                                       uint32_t mode) {
-  return round_pack<u128, 15, 112, true>(sign, exp, sig, mode);
+  return round_pack<Binary128, true>(sign, exp, sig, mode);
 }
 
 // The high 128 bits of a * b, with the low 128 folded into a sticky bit 0.
