@@ -106,23 +106,8 @@ bool small_quotient(const Format& f, uint64_t w, int k, int sign, int rounding, 
   const bool remainder = n % five != 0;
   const uint64_t q_high = static_cast<uint64_t>(q >> 64);
   const int length = q_high ? 128 - __builtin_clzll(q_high) : 64;  // q is at least 2**63
-  int exponent = length - 1 - 63 - lz - k;
-  if (exponent < f.emin || exponent > f.emax) return false;
-  const int low = length - f.precision;  // at least 11
-  u128 mant = q >> low;
-  const bool half = (q >> (low - 1)) & 1;
-  const bool rest = remainder || (q & ((u128{1} << (low - 1)) - 1)) != 0;
-  if (away_from_zero(rounding, sign, half, rest, mant & 1)) {
-    ++mant;
-    if (mant >> f.precision) {
-      mant >>= 1;
-      ++exponent;
-    }
-  }
-  if (exponent > f.emax) return false;
-  out->significand = mant;
-  out->exponent = exponent;
-  out->exceptions = (half || rest) ? FPX_INEXACT : 0;
+  const int exponent = length - 1 - 63 - lz - k;
+  *out = round_to(f, sign, exponent, (q << (128 - length)) | remainder, rounding);
   return true;
 }
 
@@ -135,47 +120,7 @@ bool small_quotient(const Format& f, uint64_t w, int k, int sign, int rounding, 
   const uint64_t high = static_cast<uint64_t>(p >> 64);
   const int length =
       high ? 128 - __builtin_clzll(high) : 64 - __builtin_clzll(static_cast<uint64_t>(p));
-  int exponent = length - 1;
-  u128 mant;
-  bool half = false, rest = false;
-  if (length <= f.precision) {
-    mant = p << (f.precision - length);
-  } else {
-    const int drop = length - f.precision;
-    mant = p >> drop;
-    half = (p >> (drop - 1)) & 1;
-    rest = (p & ((u128{1} << (drop - 1)) - 1)) != 0;
-    if (away_from_zero(rounding, sign, half, rest, mant & 1) && (++mant >> f.precision)) {
-      mant >>= 1;
-      ++exponent;
-    }
-  }
-  if (exponent > f.emax) return false;
-  out->significand = mant;
-  out->exponent = exponent;
-  out->exceptions = half || rest ? FPX_INEXACT : 0;
-  return true;
-}
-
-// Rounds the kept bits `mant` of a fast path by the bit below them and the
-// sticky rest, and stores the result; false when it overflows the format.
-[[gnu::always_inline]] inline bool round_kept(const Format& f, int sign, int rounding,
-                                              unsigned __int128 mant, bool half_bit, bool sticky,
-                                              int exponent, bool tiny, Rounded* out) {
-  if (away_from_zero(rounding, sign, half_bit, sticky, mant & 1)) {
-    ++mant;
-    // A normal value rounded up to the next power of two; a subnormal one
-    // just has one more bit (perhaps becoming the smallest normal).
-    if (!tiny && mant >> f.precision) {
-      mant >>= 1;
-      ++exponent;
-    }
-  }
-  if (exponent > f.emax) return false;
-  const bool inexact = half_bit || sticky;
-  out->significand = mant;
-  out->exponent = tiny ? f.emin : exponent;
-  out->exceptions = inexact ? (tiny ? FPX_INEXACT | FPX_UNDERFLOW : FPX_INEXACT) : 0;
+  *out = round_to(f, sign, length - 1, p << (128 - length), rounding);
   return true;
 }
 
@@ -211,14 +156,21 @@ bool small_quotient(const Format& f, uint64_t w, int k, int sign, int rounding, 
   if (keep < 1) return false;
   const int half = top - keep;  // the rounding bit; at least 77
   const int below = half - 64;  // its place in z
-  u128 mant = z >> (below + 1);
-  const bool half_bit = (z >> below) & 1;
   const u128 rest = z & ((u128{1} << below) - 1);
   if (rest + 3 > (u128{1} << below))
     return f.precision <= 53 && q < 0 && q >= -27 && small_quotient(f, w, -q, sign, rounding, out);
   const bool exact_power = q >= 0 && q <= 55;
   const bool sticky = exact_power ? (rest != 0 || z_low != 0) : true;
-  return round_kept(f, sign, rounding, mant, half_bit, sticky, exponent, tiny, out);
+  // The top bits of the product, leading bit on top, and the mark.  The
+  // bits below the rounding bit in them only add to what the mark says.
+  if (f.precision <= 53) {
+    const uint64_t sig = static_cast<uint64_t>(z >> (top - 127)) | sticky;
+    *out = f.precision == 24 ? round_bits<Binary32>(sign, exponent, sig, rounding)
+                             : round_bits<Binary64>(sign, exponent, sig, rounding);
+  } else {
+    *out = round_to(f, sign, exponent, (z << (191 - top)) | sticky, rounding);
+  }
+  return true;
 }
 
 // Upper exponent limits of the coarse checks, by significand bits; the
@@ -485,11 +437,12 @@ bool fast_path_128(const Format& f, unsigned __int128 w, int q, int sign, int ro
   if (keep < 1) return false;
   const int half = top - keep;  // at least 141
   if (p.field(129, half) == (u128{1} << (half - 129)) - 1) return false;
-  u128 mant = p.from(half + 1);
-  const bool half_bit = p.bit(half);
   const bool exact_power = q >= 0 && q <= 55;
   const bool sticky = !exact_power || p.field(0, 128) != 0 || p.field(128, half) != 0;
-  return round_kept(f, sign, rounding, mant, half_bit, sticky, exponent, tiny, out);
+  // The kept bits and the rounding bit, leading bit on top, and the mark.
+  const u128 sig = (p.from(half) << (127 - (top - half))) | sticky;
+  *out = round_to(f, sign, exponent, sig, rounding);
+  return true;
 }
 
 // The quad and the x87 entries: the 128-bit path, else an exact double.
@@ -522,7 +475,7 @@ void decimal_to(const Format& f, DecimalMode* mode, DecimalRecord* rec, unsigned
   const int sign = rec->sign & 1;
   Rounded r;
   int fp_class = rec->fp_class;
-  if (fp_class == FPC_QUIET_NAN) r.significand = ~static_cast<unsigned __int128>(0);
+  if (fp_class == FPC_QUIET_NAN) r.image = ~static_cast<unsigned __int128>(0);
   if (fp_class == FPC_NORMAL || fp_class == FPC_SUBNORMAL) {
     fp_class = FPC_NORMAL;
     const int length = digit_count(*rec);
@@ -550,16 +503,10 @@ void decimal_to(const Format& f, DecimalMode* mode, DecimalRecord* rec, unsigned
   if (r.exceptions) __base_conversion_set_exception(r.exceptions);
 }
 
-// The fast path's result as a REAL*4 or REAL*8: the leading bit of a
-// normal significand carries into the exponent's lowest bit, and a
-// subnormal's exponent field (emin + emax - 1) is zero.
+// The fast path's result as a REAL*4 or REAL*8.
 template <int N>
 [[gnu::always_inline]] inline void store_fast(const Rounded& r, bool negative, void* out) {
-  using Bits = std::conditional_t<N == 4, uint32_t, uint64_t>;
-  constexpr const Format& f = N == 4 ? kSingle : kDouble;
-  const Bits magnitude = (static_cast<Bits>(r.exponent + f.emax - 1) << (f.precision - 1)) +
-                         static_cast<Bits>(r.significand);
-  const Bits bits = (static_cast<Bits>(negative) << (8 * N - 1)) | magnitude;
+  const auto bits = pack_image<RealFormat<N>>(FPC_NORMAL, negative, r);
   memcpy(out, &bits, N);
 }
 
@@ -584,7 +531,7 @@ void decimal_to_binary32_64(T* result, DecimalMode* mode, DecimalRecord* rec,
     }
   }
   const auto store = [&](int fp_class, int sign, const Rounded& r) {
-    const Bits bits = static_cast<Bits>(pack_ieee(fp_class, sign, r, f, 8 * sizeof(T)));
+    const Bits bits = pack_image<RealFormat<sizeof(T)>>(fp_class, sign, r);
     memcpy(result, &bits, sizeof(T));
   };
   decimal_to(
@@ -669,7 +616,7 @@ QAL_EXPORT void decimal_to_double(double* result, DecimalMode* mode, DecimalReco
 QAL_EXPORT void decimal_to_quadruple(uint32_t result[4], DecimalMode* mode, DecimalRecord* rec,
                                      unsigned* exceptions) {
   const auto store = [&](int fp_class, int sign, const Rounded& r) {
-    const unsigned __int128 bits = pack_ieee(fp_class, sign, r, kQuad, 128);
+    const unsigned __int128 bits = pack_image<Binary128>(fp_class, sign, r);
     memcpy(result, &bits, 16);
   };
   decimal_to(

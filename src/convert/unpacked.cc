@@ -17,8 +17,6 @@ QAL_EXPORT uint32_t _fp_current_exceptions = 0;
 
 namespace {
 
-using u128 = unsigned __int128;
-
 struct Wide {
   uint64_t w[3];  // least significant first
 
@@ -110,24 +108,6 @@ void normalize(UnpackedFloat* u) {
   u->exponent -= lead;
 }
 
-// The images of zero, infinity and NaN: a quiet NaN takes the fraction
-// bits of `payload` and its quiet bit, a signaling one every fraction bit
-// but the quiet bit.
-u128 special_image(int fp_class, u128 sign, u128 top, u128 fraction_mask, u128 payload) {
-  switch (fp_class) {
-    case FPC_INFINITY:
-      return sign | top;
-    case FPC_QUIET_NAN:
-      return sign | top | (payload & fraction_mask) | ((fraction_mask >> 1) + 1);
-    case FPC_SIGNALING_NAN:
-      return sign | top | (fraction_mask >> 1);
-    default:
-      return sign;
-  }
-}
-
-uint64_t all_ones(int bits) { return bits >= 64 ? ~uint64_t{0} : (uint64_t{1} << bits) - 1; }
-
 // The rounding of an entry point's own direction, ORed into the shared
 // accumulator as the packers must.
 template <class Store>
@@ -137,7 +117,7 @@ void pack_shared(UnpackedFloat* u, const Format& f, Store store) {
   if (u->fp_class == FPC_NORMAL) r = round_unpacked(*u, f, rounding);
   // A NaN's payload: the bits behind the leading one, as many as the
   // format's fraction has.
-  if (u->fp_class == FPC_QUIET_NAN) r.significand = Wide(u->significand).shifted(192 - f.precision);
+  if (u->fp_class == FPC_QUIET_NAN) r.image = Wide(u->significand).shifted(192 - f.precision);
   if (u->fp_class == FPC_NORMAL || u->fp_class == FPC_ZERO || u->fp_class == FPC_INFINITY ||
       u->fp_class == FPC_QUIET_NAN)
     store(r);
@@ -146,117 +126,50 @@ void pack_shared(UnpackedFloat* u, const Format& f, Store store) {
 
 }  // namespace
 
-Rounded overflow(const Format& f, int rounding, int sign) {
-  Rounded r;
-  r.exceptions = FPX_OVERFLOW | FPX_INEXACT;
-  const bool to_infinity =
-      rounding == FPR_NEAREST || (rounding == FPR_UP && !sign) || (rounding == FPR_DOWN && sign);
-  if (to_infinity) {
-    r.infinite = true;
-  } else {
-    r.significand = (u128{1} << f.precision) - 1;
-    r.exponent = f.emax;
-  }
-  return r;
-}
-
-Rounded underflow(const Format& f, int rounding, int sign) {
-  Rounded r;
-  r.exceptions = FPX_UNDERFLOW | FPX_INEXACT;
-  r.exponent = f.emin;
-  if ((rounding == FPR_UP && !sign) || (rounding == FPR_DOWN && sign)) r.significand = 1;
-  return r;
-}
-
 Rounded round_unpacked(const UnpackedFloat& in, const Format& f, int rounding) {
   const int sign = in.sign & 1;
-  if (in.exponent >= UNPACKED_TOO_LARGE) return overflow(f, rounding, sign);
-  if (in.exponent <= -UNPACKED_TOO_LARGE) return underflow(f, rounding, sign);
+  constexpr u128 kLead = u128{1} << 127;
+  // The sentinels, and any exponent far outside every range, only need to
+  // stay outside.
+  constexpr int kFar = 40000;
+  if (in.exponent >= UNPACKED_TOO_LARGE) return round_to(f, sign, kFar, kLead, rounding);
+  if (in.exponent <= -UNPACKED_TOO_LARGE) return round_to(f, sign, -kFar, kLead, rounding);
   UnpackedFloat u = in;
   normalize(&u);
-  Rounded r;
-  if (u.fp_class == FPC_ZERO) {
-    r.exponent = f.emin;
-    return r;
-  }
-  const int e = u.exponent;
-  // Below the normal range the significand keeps fewer bits.
-  const int keep = e >= f.emin ? f.precision : f.precision - (f.emin - e);
+  u.exponent = u.exponent > kFar ? kFar : u.exponent < -kFar ? -kFar : u.exponent;
+  if (u.fp_class == FPC_ZERO) return Rounded{};
+  // The top 128 bits of the significand, the rest as a sticky bit; the
+  // sentinels stay far outside every range.
   const Wide a(u.significand);
-  const int low = 192 - keep;  // the lowest kept bit of A
-  bool half, rest;
-  if (keep > 0) {
-    r.significand = a.shifted(low);
-    half = a.bit(low - 1);
-    rest = a.any_below(low - 1);
-  } else {
-    half = keep == 0;  // the leading bit, when it is the first dropped one
-    rest = keep < 0 || a.any_below(191);
-  }
-  const bool inexact = half || rest;
-  if (away_from_zero(rounding, sign, half, rest, r.significand & 1)) ++r.significand;
-  r.exponent = e < f.emin ? f.emin : e;
-  // Rounded up to the next power of two.  (A subnormal rounded up into the
-  // normal range keeps its exponent: the significand now has its leading
-  // bit.)
-  if (e >= f.emin && r.significand >> f.precision) {
-    r.significand >>= 1;
-    ++r.exponent;
-  }
-  if (r.exponent > f.emax) return overflow(f, rounding, sign);
-  if (inexact) {
-    r.exceptions |= FPX_INEXACT;
-    if (e < f.emin) r.exceptions |= FPX_UNDERFLOW;
-  }
-  return r;
-}
-
-u128 pack_ieee(int fp_class, int sign, const Rounded& r, const Format& f, int total_bits) {
-  const int fraction = f.precision - 1;
-  const int exponent_bits = total_bits - 1 - fraction;
-  const u128 sign_bit = u128(sign != 0) << (total_bits - 1);
-  const u128 top = u128(all_ones(exponent_bits)) << fraction;
-  const u128 fraction_mask = (u128{1} << fraction) - 1;
-  if (fp_class != FPC_NORMAL && fp_class != FPC_SUBNORMAL)
-    return special_image(fp_class, sign_bit, top, fraction_mask, r.significand);
-  if (r.infinite) return sign_bit | top;
-  if (r.significand >> fraction) {
-    const int biased = r.exponent + f.emax;
-    return sign_bit | (u128(biased) << fraction) | (r.significand & fraction_mask);
-  }
-  return sign_bit | r.significand;  // subnormal or zero
+  const u128 sig = a.shifted(64) | a.any_below(64);
+  return round_to(f, sign, u.exponent, sig, rounding);
 }
 
 void pack_x87(int fp_class, int sign, const Rounded& r, uint32_t result[3]) {
-  uint64_t significand = 0;
-  uint32_t top = sign ? 0x8000u : 0u;
+  using L = X87Extended;
+  u128 image;
   switch (fp_class) {
-    case FPC_ZERO:
+    case FPC_NORMAL:
+    case FPC_SUBNORMAL: {
+      // The implicit twin's exponent field, and its fraction behind a
+      // leading bit that is set for every non-zero exponent.
+      const int biased = X87Rounded::biased(r.image);
+      image = L::pack(sign, biased, (biased ? L::kLead : 0) | X87Rounded::fraction(r.image));
       break;
+    }
     case FPC_INFINITY:
-      top |= 0x7fff;
-      significand = uint64_t{1} << 63;
+      image = L::pack(sign, L::kMaxBiased, L::kLead);
       break;
     case FPC_QUIET_NAN:
-      top |= 0x7fff;
-      significand = static_cast<uint64_t>(r.significand) | (uint64_t{3} << 62);
+      image = L::pack(sign, L::kMaxBiased, (r.image & L::kFractionMask) | L::kLead | L::kQuiet);
       break;
     case FPC_SIGNALING_NAN:
-      top |= 0x7fff;
-      significand = ~uint64_t{0} >> 1;
+      image = L::pack(sign, L::kMaxBiased, L::kFractionMask >> 1);
       break;
     default:
-      if (r.infinite) {
-        top |= 0x7fff;
-        significand = uint64_t{1} << 63;
-      } else {
-        significand = static_cast<uint64_t>(r.significand);
-        if (significand >> 63) top |= static_cast<uint32_t>(r.exponent + kExtended.emax);
-      }
+      image = L::pack(sign, 0, 0);
   }
-  result[0] = static_cast<uint32_t>(significand);
-  result[1] = static_cast<uint32_t>(significand >> 32);
-  result[2] = top;
+  memcpy(result, &image, 12);
 }
 
 extern "C" {
@@ -279,23 +192,21 @@ QAL_EXPORT void __fp_normalize(UnpackedFloat* u) { normalize(u); }
 
 QAL_EXPORT void __pack_single(UnpackedFloat* u, float* result) {
   pack_shared(u, kSingle, [&](const Rounded& r) {
-    const uint32_t bits =
-        static_cast<uint32_t>(pack_ieee(u->fp_class, u->sign & 1, r, kSingle, 32));
+    const uint32_t bits = pack_image<Binary32>(u->fp_class, u->sign & 1, r);
     memcpy(result, &bits, 4);
   });
 }
 
 QAL_EXPORT void __pack_double(UnpackedFloat* u, double* result) {
   pack_shared(u, kDouble, [&](const Rounded& r) {
-    const uint64_t bits =
-        static_cast<uint64_t>(pack_ieee(u->fp_class, u->sign & 1, r, kDouble, 64));
+    const uint64_t bits = pack_image<Binary64>(u->fp_class, u->sign & 1, r);
     memcpy(result, &bits, 8);
   });
 }
 
 QAL_EXPORT void __pack_quadruple(UnpackedFloat* u, uint32_t result[4]) {
   pack_shared(u, kQuad, [&](const Rounded& r) {
-    const u128 bits = pack_ieee(u->fp_class, u->sign & 1, r, kQuad, 128);
+    const u128 bits = pack_image<Binary128>(u->fp_class, u->sign & 1, r);
     memcpy(result, &bits, 16);
   });
 }

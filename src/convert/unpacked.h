@@ -5,6 +5,7 @@
 #include <stdint.h>
 
 #include "qal/convert.h"
+#include "util/binary_format.h"
 
 namespace qal {
 
@@ -14,53 +15,81 @@ struct Format {
   int precision;
   int emin, emax;
 };
-inline constexpr Format kSingle{24, -126, 127};
-inline constexpr Format kDouble{53, -1022, 1023};
-inline constexpr Format kExtended{64, -16382, 16383};
-inline constexpr Format kQuad{113, -16382, 16383};
+template <class L>
+inline constexpr Format kFormatOf{L::kPrecision, L::kEmin, L::kEmax};
+inline constexpr Format kSingle = kFormatOf<Binary32>;
+inline constexpr Format kDouble = kFormatOf<Binary64>;
+inline constexpr Format kExtended = kFormatOf<X87Extended>;
+inline constexpr Format kQuad = kFormatOf<Binary128>;
 
-// A finite result: value = significand * 2**(exponent - precision + 1),
-// significand below 2**precision; a subnormal has significand below
-// 2**(precision - 1) and exponent emin.  `infinite` for an overflow that
-// rounds to infinity.
+// The x87 format as its implicit-lead twin, which the one rounding serves;
+// pack_x87 stores the leading bit.
+using X87Rounded = BinaryFormat<u128, 15, 63>;
+
+// A rounded result: the image of its magnitude in the format (for x87 in
+// X87Rounded), and what the rounding raised.  A quiet NaN's payload is
+// carried in `image` too.
 struct Rounded {
-  unsigned __int128 significand = 0;
-  int exponent = 0;
-  bool infinite = false;
+  u128 image = 0;
   unsigned exceptions = 0;
 };
 
-// Whether a value whose kept bits end in `odd`, with the first dropped bit
-// `half` and anything below it `rest`, rounds away from zero.
-inline bool away_from_zero(int rounding, int sign, bool half, bool rest, bool odd) {
-  switch (rounding) {
-    case FPR_NEAREST:
-      return half && (rest || odd);
-    case FPR_UP:
-      return !sign && (half || rest);
-    case FPR_DOWN:
-      return sign && (half || rest);
-    default:
-      return false;
-  }
+// sig * 2**(exponent - w + 1), sig of w bits with its leading bit on top
+// and anything non-zero below the format's rounding bit marked in bit 0,
+// rounded once into the format L (its twin for x87) in the direction FPR_*.
+template <class L, class U>
+[[gnu::always_inline]] inline Rounded round_bits(int sign, int exponent, U sig, int rounding) {
+  Rounded r;
+  r.image = round_pack_reporting<L, U>(sign, exponent + L::kBias - 1, sig,
+                                       static_cast<uint32_t>(rounding), &r.exceptions);
+  return r;
 }
 
-// The largest finite value or infinity, as the direction asks on overflow;
-// zero or the smallest subnormal on underflow.
-Rounded overflow(const Format& f, int rounding, int sign);
-Rounded underflow(const Format& f, int rounding, int sign);
+// The same for a 128-bit sig and a format known by its Format.  Exponents
+// must lie within a few hundred thousand.
+[[gnu::always_inline]] inline Rounded round_to(const Format& f, int sign, int exponent, u128 sig,
+                                               int rounding) {
+  switch (f.precision) {
+    case Binary32::kPrecision:
+      return round_bits<Binary32>(sign, exponent,
+                                  static_cast<uint32_t>(sig >> 96) | ((sig << 32) != 0), rounding);
+    case Binary64::kPrecision:
+      return round_bits<Binary64>(
+          sign, exponent, static_cast<uint64_t>(sig >> 64) | (static_cast<uint64_t>(sig) != 0),
+          rounding);
+    case X87Extended::kPrecision:
+      return round_bits<X87Rounded>(sign, exponent, sig, rounding);
+    default:
+      return round_bits<Binary128>(sign, exponent, sig, rounding);
+  }
+}
 
 // *u rounded once into f (the sentinels give overflow and underflow).
 Rounded round_unpacked(const UnpackedFloat& u, const Format& f, int rounding);
 
-// The IEEE image of `total_bits` of a rounded value of class FPC_NORMAL, or
-// the image of another class; a quiet NaN's fraction comes from
-// r.significand (its quiet bit always set).
-unsigned __int128 pack_ieee(int fp_class, int sign, const Rounded& r, const Format& f,
-                            int total_bits);
+// The image of a value of class fp_class under `sign`: r's for FPC_NORMAL;
+// a quiet NaN's fraction from r.image (its quiet bit always set).
+template <class L>
+typename L::Bits pack_image(int fp_class, int sign, const Rounded& r) {
+  using B = typename L::Bits;
+  const B s = sign ? L::kSign : 0;
+  switch (fp_class) {
+    case FPC_NORMAL:
+    case FPC_SUBNORMAL:
+      return s | static_cast<B>(r.image);
+    case FPC_INFINITY:
+      return s | L::kInfinity;
+    case FPC_QUIET_NAN:
+      return s | L::kExponentMask | (static_cast<B>(r.image) & L::kFractionMask) | L::kQuiet;
+    case FPC_SIGNALING_NAN:
+      return s | L::kExponentMask | (L::kQuiet - 1);
+    default:
+      return s;
+  }
+}
 
 // The x87 image (explicit leading bit) as three 32-bit words; a quiet
-// NaN's significand from r.significand, as above.
+// NaN's significand from r.image, as above.
 void pack_x87(int fp_class, int sign, const Rounded& r, uint32_t result[3]);
 
 }  // namespace qal

@@ -121,19 +121,22 @@ void raise_underflow();
 // the normal range the significand is shifted to the subnormal position
 // first (a subnormal may also come with exp 0 and its leading bit lower
 // down); above it the result is an infinity, or the largest finite number
-// when rounding goes toward zero.  kTinyRaises makes an inexact result
-// below the normal range raise underflow.
-template <class L, bool kTinyRaises = false, class U = typename L::Bits>
-[[gnu::always_inline]] inline U round_pack(U sign, int32_t exp, U sig, uint32_t mode) {
+// when rounding goes toward zero.  *dropped gets the round bits as they
+// were cut off (zero when the result is exact), or all ones on overflow.
+// kTinyRaises makes an inexact result below the normal range raise
+// underflow, as the arithmetic must.
+template <class L, bool kTinyRaises, class U, class R>
+[[gnu::always_inline]] inline U round_pack_core(U sign, int32_t exp, U sig, uint32_t mode,
+                                                R* dropped) {
   static_assert(!L::kExplicitLead && sizeof(U) * 8 > L::kFractionBits + 1);
   constexpr int kExtra = int(sizeof(U)) * 8 - 1 - L::kFractionBits;
-  using R = std::conditional_t<(kExtra < 32), uint32_t, U>;
   constexpr R kExtraMask = (R{1} << kExtra) - 1;
   constexpr R kHalfUnit = R{1} << (kExtra - 1);
   constexpr int32_t kExpLimit = L::kMaxBiased - 1;
   const R add = rounding_add<kExtra, R>(mode, sign != 0);
   if (uint32_t(exp) >= uint32_t(kExpLimit)) [[unlikely]] {
     if (exp >= 0) {
+      *dropped = kExtraMask;
       const U infinity = U(L::kMaxBiased) << L::kFractionBits;
       return sign | (add == 0 ? infinity - 1 : infinity);
     }
@@ -142,10 +145,21 @@ template <class L, bool kTinyRaises = false, class U = typename L::Bits>
     if (kTinyRaises && (R(sig) & kExtraMask) != 0) raise_underflow();
   }
   const R rest = R(sig) & kExtraMask;
+  *dropped = rest;
   U kept = (sig >> kExtra) + U((rest + add) >> kExtra);
   // A tie in nearest goes to the even neighbour.
   kept &= ~U((rest == kHalfUnit) & (add == kHalfUnit));
   return sign | ((U(uint32_t(exp)) << L::kFractionBits) + kept);
+}
+
+template <class L, class U>
+using RoundBits = std::conditional_t<(int(sizeof(U)) * 8 - 1 - L::kFractionBits < 32), uint32_t, U>;
+
+// The rounding of the arithmetic, which raises what it must itself.
+template <class L, bool kTinyRaises = false, class U = typename L::Bits>
+[[gnu::always_inline]] inline U round_pack(U sign, int32_t exp, U sig, uint32_t mode) {
+  RoundBits<L, U> dropped;
+  return round_pack_core<L, kTinyRaises>(sign, exp, sig, mode, &dropped);
 }
 
 // The same rounding for conversions, which report what happened instead of
@@ -154,20 +168,17 @@ template <class L, bool kTinyRaises = false, class U = typename L::Bits>
 template <class L, class U = typename L::Bits>
 [[gnu::always_inline]] inline U round_pack_reporting(bool negative, int32_t exp, U sig,
                                                      uint32_t mode, unsigned* exceptions) {
-  constexpr int kExtra = int(sizeof(U)) * 8 - 1 - L::kFractionBits;
   constexpr int kTop = int(sizeof(U)) * 8 - 1;
-  const bool tiny = exp < 0 || (exp == 0 && !(sig >> kTop));
-  const bool inexact =
-      exp >= L::kMaxBiased - 1 ||
-      (exp < 0 ? shift_right_jam(sig, uint32_t(-int64_t{exp})) : sig) & ((U{1} << kExtra) - 1);
-  const U image = round_pack<L, false, U>(negative ? U{1} << kTop : U{0}, exp, sig, mode);
+  RoundBits<L, U> dropped;
+  const U image = round_pack_core<L, false>(U(negative) << kTop, exp, sig, mode, &dropped);
   const U magnitude = image & ~(U{1} << kTop);
-  unsigned x = inexact ? FPX_INEXACT : 0;
-  if (tiny && inexact) x |= FPX_UNDERFLOW;
-  if ((magnitude >> L::kFractionBits) >= U(L::kMaxBiased) || exp >= L::kMaxBiased - 1)
-    x |= FPX_OVERFLOW;
-  // The largest finite number from an overflow toward zero also overflowed.
-  *exceptions |= x;
+  if (dropped != 0) [[likely]] {
+    unsigned x = FPX_INEXACT;
+    if (exp < 0 || (exp == 0 && !(sig >> kTop))) x |= FPX_UNDERFLOW;
+    if (exp >= L::kMaxBiased - 1 || (magnitude >> L::kFractionBits) == U(L::kMaxBiased))
+      x |= FPX_OVERFLOW;
+    *exceptions |= x;
+  }
   return magnitude;
 }
 
