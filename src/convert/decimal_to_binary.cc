@@ -267,18 +267,16 @@ void exact_unpacked(const DecimalRecord& rec, int length, int bits, UnpackedFloa
 
 // A double y, exact, as the Rounded value of a wider format.
 Rounded widen_exact(double y, const Format& f) {
+  using L = Binary64;
   uint64_t bits;
   memcpy(&bits, &y, 8);
-  UnpackedFloat u{};
-  u.sign = static_cast<int32_t>(bits >> 63);
-  const int biased = static_cast<int>((bits >> 52) & 0x7ff);
-  const uint64_t fraction = bits & ((uint64_t{1} << 52) - 1);
-  const uint64_t significand = biased ? fraction | (uint64_t{1} << 52) : fraction;
-  u.fp_class = FPC_NORMAL;
-  u.exponent = (biased ? biased : 1) - 1023;  // bit 52 leads, at the top of word 0
-  u.significand[0] = static_cast<uint32_t>(significand >> 21);
-  u.significand[1] = static_cast<uint32_t>(significand << 11);
-  return round_unpacked(u, f, FPR_NEAREST);
+  const uint64_t significand = L::significand(bits);
+  if (significand == 0) return Rounded{};
+  const int lz = __builtin_clzll(significand);
+  const int biased = L::biased(bits);
+  const int exponent = (biased ? biased : 1) - L::kBias - (L::kPrecision - 1) + (63 - lz);
+  return round_to(f, L::negative(bits), exponent,
+                  static_cast<unsigned __int128>(significand << lz) << 64, FPR_NEAREST);
 }
 
 // The floating-point fast paths, for round to nearest and no dropped
