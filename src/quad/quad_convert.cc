@@ -9,7 +9,6 @@ namespace {
 
 constexpr int32_t kDoubleBias = Binary64::kBias;
 constexpr uint64_t kDoubleSign = Binary64::kSign;
-constexpr uint64_t kDoubleFraction = Binary64::kFractionMask;
 
 // A non-zero magnitude below 2**64 as an exact image.
 [[gnu::always_inline]] inline u128 from_magnitude(uint64_t m) {
