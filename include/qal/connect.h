@@ -102,6 +102,12 @@ QAL_EXPORT int __f90_close_r(int64_t unit, uint32_t word);
 QAL_EXPORT void __f90_close_unit_a(int64_t unit, Unit* u, uint32_t word, const Location* location);
 QAL_EXPORT int __f90_close_unit_r(int64_t unit, Unit* u, uint32_t word);
 
+/* Byte-swapped unformatted files.  The three option lists, taken once
+ * before the first connection (any may be null), and the copy that
+ * reverses the bytes of each element of 2, 4, 8 or 16 bytes. */
+QAL_EXPORT void __f90_set_bsw_files(char* keep_list, char* swap_list, char* third_list);
+QAL_EXPORT void __f90_swapbuff(void* destination, void* source, int length, int element_size);
+
 QAL_END_DECLS
 
 #endif

@@ -20,8 +20,10 @@ void initialise_for(uint32_t word, const Location* location);
 // record unconnected and zeroed.  Under Return a failure releases the unit.
 int close_unit(int64_t unit, Unit* u, uint32_t word, const Location* location, OnError mode);
 
-// Choose the byte order of a new connection from the program's option
-// table; does nothing while no table has been read.
+// Choose the byte order and element alignment of a connection that OPEN
+// made from the option lists (scratch units never swap).
 void apply_byte_swap_options(Unit* u);
+// The byte order and alignment of a connection made implicitly to `unit`.
+void set_bsw_on_unit(Unit* u, int64_t unit);
 
 }  // namespace qal

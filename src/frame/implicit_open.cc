@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "connect/connect.h"
 #include "frame/frame.h"
 #include "util/decimal.h"
 
@@ -79,6 +80,7 @@ int connect_implicitly(int64_t unit, Unit* u, bool for_output, const Location* l
       u->fd = fd;
       u->buffer = nullptr;
       u->flags = flags;
+      set_bsw_on_unit(u, unit);
       return 0;
     }
   }
