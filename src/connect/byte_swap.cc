@@ -189,7 +189,8 @@ void apply(Unit* u, int64_t unit) {
     align = file->align;
   } else if (bsw_units) {
     const UnitRow* row = find_unit(unit);
-    if (!row && name && all_digits(name, strlen(name)) && strlen(name) < 16)
+    const size_t length = name ? strlen(name) : 0;
+    if (!row && length < 16 && all_digits(name, length))
       row = find_unit(strtoll(name, nullptr, 10));
     if (row) {
       swap = row->swap;

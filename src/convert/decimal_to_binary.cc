@@ -96,7 +96,7 @@ struct Big {
 // This settles the values the wide product cannot: those on or next to a
 // rounding boundary, such as integers written with a fraction
 // ("2621133400200602.0").
-bool small_quotient(const Format& f, uint64_t w, int k, int sign, int rounding, Rounded* out) {
+Rounded small_quotient(const Format& f, uint64_t w, int k, int sign, int rounding) {
   using u128 = unsigned __int128;
   uint64_t five = 1;
   for (int i = 0; i < k; ++i) five *= 5;
@@ -107,21 +107,19 @@ bool small_quotient(const Format& f, uint64_t w, int k, int sign, int rounding, 
   const uint64_t q_high = static_cast<uint64_t>(q >> 64);
   const int length = q_high ? 128 - __builtin_clzll(q_high) : 64;  // q is at least 2**63
   const int exponent = length - 1 - 63 - lz - k;
-  *out = round_to(f, sign, exponent, (q << (128 - length)) | remainder, rounding);
-  return true;
+  return round_to(f, sign, exponent, (q << (128 - length)) | remainder, rounding);
 }
 
 // w * 10**q for q below 20: the product is an exact 128-bit integer, rounded
 // once.
-[[gnu::always_inline]] inline bool exact_product(const Format& f, uint64_t w, int q, int sign,
-                                                 int rounding, Rounded* out) {
+[[gnu::always_inline]] inline Rounded exact_product(const Format& f, uint64_t w, int q, int sign,
+                                                    int rounding) {
   using u128 = unsigned __int128;
   const u128 p = static_cast<u128>(w) * kPowersOfTen[q];
   const uint64_t high = static_cast<uint64_t>(p >> 64);
   const int length =
       high ? 128 - __builtin_clzll(high) : 64 - __builtin_clzll(static_cast<uint64_t>(p));
-  *out = round_to(f, sign, length - 1, p << (128 - length), rounding);
-  return true;
+  return round_to(f, sign, length - 1, p << (128 - length), rounding);
 }
 
 // The fast path: at most 19 digits and a power of five in the wide table.
@@ -133,13 +131,16 @@ bool small_quotient(const Format& f, uint64_t w, int k, int sign, int rounding, 
 // whenever the power is not exact, as the true product then lies above the
 // computed one.  When it could, a short quotient decides if 10**-q is
 // small enough, the exact way otherwise.  Subnormal results keep the bits
-// they have room for; overflows and values below the least subnormal go
-// the exact way.
+// they have room for, overflows round as the direction says; values below
+// the least subnormal go the exact way.
 [[gnu::always_inline]] inline bool fast_path(const Format& f, uint64_t w, int q, int sign,
                                              int rounding, Rounded* out) {
   using u128 = unsigned __int128;
   if (w == 0 || q < -kWidePowerLimit || q > kWidePowerLimit) return false;
-  if (q >= 0 && q < 20) return exact_product(f, w, q, sign, rounding, out);
+  if (q >= 0 && q < 20) {
+    *out = exact_product(f, w, q, sign, rounding);
+    return true;
+  }
   const WidePower& t = wide_power(q);
   const int lz = __builtin_clzll(w);
   const uint64_t wn = w << lz;
@@ -157,8 +158,11 @@ bool small_quotient(const Format& f, uint64_t w, int k, int sign, int rounding, 
   const int half = top - keep;  // the rounding bit; at least 77
   const int below = half - 64;  // its place in z
   const u128 rest = z & ((u128{1} << below) - 1);
-  if (rest + 3 > (u128{1} << below))
-    return f.precision <= 53 && q < 0 && q >= -27 && small_quotient(f, w, -q, sign, rounding, out);
+  if (rest + 3 > (u128{1} << below)) {
+    if (f.precision > 53 || q >= 0 || q < -27) return false;
+    *out = small_quotient(f, w, -q, sign, rounding);
+    return true;
+  }
   const bool exact_power = q >= 0 && q <= 55;
   const bool sticky = exact_power ? (rest != 0 || z_low != 0) : true;
   // The top bits of the product, leading bit on top, and the mark.  The
@@ -553,6 +557,8 @@ bool fast_decimal_to_real(uint64_t w, int q, bool negative, int rounding, void* 
   static_assert(N == 4 || N == 8);
   Rounded r;
   if (!fast_path(N == 4 ? kSingle : kDouble, w, q, negative, rounding, &r)) return false;
+  // An overflow goes the caller's full way, which reports it.
+  if (r.exceptions & FPX_OVERFLOW) return false;
   store_fast<N>(r, negative, out);
   if (r.exceptions) __base_conversion_set_exception(r.exceptions);
   return true;

@@ -44,17 +44,18 @@ struct Real {
     memcpy(&r.image, p, N);
     return r;
   }
-  bool negative() const { return (image >> (kBits - 1)) & 1; }
-  u128 magnitude() const { return image & ((u128{1} << (kBits - 1)) - 1); }
-  int biased() const { return static_cast<int>(magnitude() >> kFractionBits); }
-  u128 fraction() const { return image & ((u128{1} << kFractionBits) - 1); }
-  bool is_zero() const { return magnitude() == 0; }
-  bool is_infinity() const { return biased() == kMaxBiased && fraction() == 0; }
-  bool is_nan() const { return biased() == kMaxBiased && fraction() != 0; }
+  typename L::Bits bits() const { return static_cast<typename L::Bits>(image); }
+  bool negative() const { return L::negative(bits()); }
+  u128 magnitude() const { return bits() & L::kMagnitude; }
+  int biased() const { return L::biased(bits()); }
+  u128 fraction() const { return L::fraction(bits()); }
+  bool is_zero() const { return L::is_zero(bits()); }
+  bool is_infinity() const { return L::is_infinity(bits()); }
+  bool is_nan() const { return L::is_nan(bits()); }
 
   Real with_magnitude(u128 m, bool minus) const {
     Real r;
-    r.image = m | (minus ? u128{1} << (kBits - 1) : 0);
+    r.image = m | (minus ? u128{L::kSign} : 0);
     return r;
   }
   // The next value toward plus or minus infinity (finite non-zero x).
@@ -70,7 +71,7 @@ struct Real {
   Real compatible_neighbour() const {
     if (negative()) return next(false);
     const bool power_of_two = fraction() == 0 && biased() > 1;
-    const bool largest = biased() == kMaxBiased - 1 && fraction() == (u128{1} << kFractionBits) - 1;
+    const bool largest = biased() == kMaxBiased - 1 && fraction() == L::kFractionMask;
     return next(!(power_of_two || largest));
   }
   // The same for a negative value, except that the step to infinity below

@@ -495,6 +495,11 @@ TEST_F(ReadDispatch, RealsOfEverySizeAndTheirSpecialValues) {
   file("1.0E+39\n");
   EXPECT_EQ(FormattedRead(10, "(E8.1)", kAll | SF_CHECK_FP_OVERFLOW).all(&x4),
             ERR_REAL_OVERFLOW_INPUT);
+  // The same from a plain field of digits, which has a quicker path.
+  close_unit(10);
+  file("   1.5E39\n");
+  EXPECT_EQ(FormattedRead(10, "(F9.0)", kAll | SF_CHECK_FP_OVERFLOW).all(&x4),
+            ERR_REAL_OVERFLOW_INPUT);
 }
 
 TEST_F(ReadDispatch, RealDescriptorsOnIntegersAndBareWidths) {
