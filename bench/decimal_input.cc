@@ -89,23 +89,29 @@ const std::vector<Number>& set() {
   return quad34();
 }
 
-template <int kSet>
-void ours_double(benchmark::State& s) {
-  const auto& v = set<kSet>();
-  DecimalMode mode{FPR_NEAREST, 1, 0};
-  double sum = 0;
+// Converts every record of `v` with `convert` and keeps the sum in *sum.
+template <class T, class Convert>
+void ours(benchmark::State& s, const std::vector<Number>& v, Convert convert, T* total) {
+  T sum = 0;
   for (auto _ : s) {
     sum = 0;
-    for (const Number& n : v) {
-      double x;
-      unsigned e;
-      decimal_to_double(&x, &mode, const_cast<DecimalRecord*>(&n.record), &e);
-      sum += x;
-    }
+    for (const Number& n : v) sum += convert(const_cast<DecimalRecord*>(&n.record));
     benchmark::DoNotOptimize(sum);
   }
-  sums[2 * kSet] = sum;
+  *total = sum;
   per_value(s);
+}
+
+template <int kSet>
+void ours_double(benchmark::State& s) {
+  auto convert = [](DecimalRecord* r) {
+    DecimalMode mode{FPR_NEAREST, 1, 0};
+    double x;
+    unsigned e;
+    decimal_to_double(&x, &mode, r, &e);
+    return x;
+  };
+  ours(s, set<kSet>(), convert, &sums[2 * kSet]);
 }
 
 // Reads every value of `v` with `read` and checks the sum against ours.
@@ -144,22 +150,14 @@ void strtod_double(benchmark::State& s) {
 __float128 quad_sum;
 
 void ours_quad(benchmark::State& s) {
-  const auto& v = quad34();
-  DecimalMode mode{FPR_NEAREST, 1, 0};
-  __float128 sum = 0;
-  for (auto _ : s) {
-    sum = 0;
-    for (const Number& n : v) {
-      __float128 x;
-      unsigned e;
-      x86_decimal_to_quadruple(reinterpret_cast<uint32_t*>(&x), &mode,
-                               const_cast<DecimalRecord*>(&n.record), &e);
-      sum += x;
-    }
-    benchmark::DoNotOptimize(sum);
-  }
-  quad_sum = sum;
-  per_value(s);
+  auto convert = [](DecimalRecord* r) {
+    DecimalMode mode{FPR_NEAREST, 1, 0};
+    __float128 x;
+    unsigned e;
+    x86_decimal_to_quadruple(reinterpret_cast<uint32_t*>(&x), &mode, r, &e);
+    return x;
+  };
+  ours(s, quad34(), convert, &quad_sum);
 }
 
 void strtoflt128_quad(benchmark::State& s) {
