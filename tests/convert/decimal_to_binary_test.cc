@@ -315,11 +315,8 @@ TEST(DecimalToBinaryClasses, FixedImagesAndExceptionWords) {
   r.fp_class = FPC_SIGNALING_NAN;
   EXPECT_EQ(ours<Bits4>(r, FPR_NEAREST), 0x7fbfffffu);
   EXPECT_EQ(ours<Bits8>(r, FPR_NEAREST), 0x7ff7ffffffffffffu);
+  // Overflow and underflow words: see TheBookCases.
   unsigned x = 0;
-  ours<Bits8>(record("1", 400), FPR_NEAREST, &x);
-  EXPECT_EQ(x, unsigned{FPX_OVERFLOW | FPX_INEXACT});
-  ours<Bits8>(record("1", -400), FPR_NEAREST, &x);
-  EXPECT_EQ(x, unsigned{FPX_UNDERFLOW | FPX_INEXACT});
   ours<Bits8>(record("5", -1), FPR_NEAREST, &x);
   EXPECT_EQ(x, 0u);
   ours<Bits8>(record("1", -1), FPR_NEAREST, &x);
