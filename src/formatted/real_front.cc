@@ -219,7 +219,10 @@ class RealEditor {
   RealEditor(FieldWriter& f, const Real<N>& x) : f_(f), x_(x) {}
 
   int edit(const RealDescriptor& r) {
-    if (r.w < 0 || r.d < 0) return ERR_NEGATIVE_FIELD_WIDTH;
+    // An exponent width below zero comes from a format whose exponent digits
+    // began with something else, as in E12.3E-5; it is refused like a
+    // negative w or d before any field is laid out with it.
+    if (r.w < 0 || r.d < 0 || (r.e < 0 && r.e != kNoExponentWidth)) return ERR_NEGATIVE_FIELD_WIDTH;
     if (r.form == Form::G) return g(r);
     const char letter = r.form == Form::D ? 'D' : 'E';
     const int32_t e2 = r.e == kNoExponentWidth ? 2 : r.e;

@@ -405,6 +405,10 @@ TEST_F(FormatFailures, NumbersReturned) {
   EXPECT_EQ(status_of("(D10.3E2)", 1.0), ERR_EDIT_TYPE_MISMATCH);
   EXPECT_EQ(status_of("(L2)", "x"), ERR_EDIT_TYPE_MISMATCH);
   EXPECT_EQ(status_of("(L0)", Logical{1}), ERR_ZERO_FIELD_WIDTH);
+  // Exponent digits that begin with a sign make a negative exponent width:
+  // refused for zero and nonzero values alike, whichever form lays them out.
+  for (const char* format : {"(E12.3E-5)", "(ES12.3E-5)", "(EN12.3E-5)", "(G12.3E-5)"})
+    for (double x : {0.0, 1.5, 1e30}) EXPECT_EQ(status_of(format, x), ERR_NEGATIVE_FIELD_WIDTH);
   ScratchDir dir;
   // The old dialect: no item-less pass check of its own, B refused as a
   // format error, L0 one wide.
