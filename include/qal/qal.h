@@ -14,6 +14,7 @@
 #include "qal/program.h"
 #include "qal/quad.h"
 #include "qal/statement.h"
+#include "qal/unformatted.h"
 #include "qal/unit.h"
 
 #endif

@@ -53,7 +53,16 @@ enum StatementFlags {
   SF_BZ = 0x00000080,                 /* blanks in numeric fields are zeros */
   SF_CHECK_FP_OVERFLOW = 0x00000200,  /* a real that overflows is 1031 */
   SF_BLANK_ZERO_DEFAULT = 0x00000800, /* BZ unless the unit says BLANK= */
-  SF_FORMAT_WRAPPED = 0x00002000      /* reverted, no data edit descriptor since */
+  SF_FORMAT_WRAPPED = 0x00002000,     /* reverted, no data edit descriptor since */
+
+  /* Unformatted transfer. */
+  SF_SHORT_FILE_IS_TOO_LONG = 0x00000010,   /* read: the file ending inside a
+                                               record is 1010, not end of file */
+  SF_ITEM_CLASS = 0x00000700,               /* what an _n block holds: */
+  SF_ITEM_CLASS_NEVER_SWAPPED = 0x00000500, /* bytes kept in file order */
+  SF_ITEM_CLASS_UNION = 0x00000700,         /* a UNION's storage */
+  SF_ITEM_LOG2_SIZE = 0x00007000,           /* log2 of an _n element's size */
+  SF_ITEM_LOG2_SIZE_SHIFT = 12
 };
 
 /* Sequential formatted write: WRITE(u,fmt), PRINT fmt.  The last three
@@ -157,18 +166,21 @@ typedef struct IoStatementNl {
   const Location* location;
 } IoStatementNl;
 
-/* Sequential unformatted write. */
+/* Sequential unformatted and stream write. */
 typedef struct IoStatementSuw {
   int64_t unit;
   uint32_t stmt_flags;
   const Location* location;
   Unit* unit_ptr;
+  int64_t record_written; /* payload bytes of the record so far */
 } IoStatementSuw;
 
-/* Sequential unformatted read. */
+/* Sequential unformatted and stream read.  `record_remaining` is the
+ * record's length from its leading marker, less what the items took; a
+ * negative length (a foreign file's) sets no limit. */
 typedef struct IoStatementSur {
   int64_t unit;
-  int64_t record_bytes;
+  int64_t record_remaining;
   uint32_t stmt_flags;
   const Location* location;
   Unit* unit_ptr;
@@ -228,6 +240,16 @@ QAL_OFFSET(IoStatementSlr, stmt_flags, 8);
 QAL_OFFSET(IoStatementSlr, location, 16);
 QAL_OFFSET(IoStatementSlr, unit_ptr, 24);
 
+QAL_OFFSET(IoStatementSuw, stmt_flags, 8);
+QAL_OFFSET(IoStatementSuw, location, 16);
+QAL_OFFSET(IoStatementSuw, unit_ptr, 24);
+QAL_OFFSET(IoStatementSuw, record_written, 32);
+
+QAL_OFFSET(IoStatementSur, record_remaining, 8);
+QAL_OFFSET(IoStatementSur, stmt_flags, 16);
+QAL_OFFSET(IoStatementSur, location, 24);
+QAL_OFFSET(IoStatementSur, unit_ptr, 32);
+
 QAL_OFFSET(InternalUnit, dims, 8);
 QAL_OFFSET(IoStatementIl, location, 8);
 QAL_OFFSET(IoStatementIl, element_length, 16);
@@ -240,15 +262,6 @@ QAL_OFFSET(IoStatementIl, walk, 56);
 
 QAL_OFFSET(IoStatementNl, stmt_flags, 8);
 QAL_OFFSET(IoStatementNl, location, 16);
-
-QAL_OFFSET(IoStatementSuw, stmt_flags, 8);
-QAL_OFFSET(IoStatementSuw, location, 16);
-QAL_OFFSET(IoStatementSuw, unit_ptr, 24);
-
-QAL_OFFSET(IoStatementSur, record_bytes, 8);
-QAL_OFFSET(IoStatementSur, stmt_flags, 16);
-QAL_OFFSET(IoStatementSur, location, 24);
-QAL_OFFSET(IoStatementSur, unit_ptr, 32);
 
 QAL_OFFSET(IoStatementDu, record, 8);
 QAL_OFFSET(IoStatementDu, stmt_flags, 16);

@@ -15,6 +15,7 @@
 #include "frame/frame.h"
 #include "qal/connect.h"
 #include "qal/diagnostics.h"
+#include "util/byte_order.h"
 
 namespace qal {
 
@@ -201,19 +202,6 @@ void apply(Unit* u, int64_t unit) {
               ((static_cast<uint32_t>(align) & 7) << 10);
 }
 
-template <class T>
-void reverse_elements(char* to, const char* from, int length) {
-  const int n = length / static_cast<int>(sizeof(T));
-  for (int i = 0; i < n; ++i) {
-    T v;
-    memcpy(&v, from + i * sizeof(T), sizeof v);
-    if constexpr (sizeof(T) == 2) v = __builtin_bswap16(v);
-    if constexpr (sizeof(T) == 4) v = __builtin_bswap32(v);
-    if constexpr (sizeof(T) == 8) v = __builtin_bswap64(v);
-    memcpy(to + i * sizeof(T), &v, sizeof v);
-  }
-}
-
 }  // namespace
 
 void apply_byte_swap_options(Unit* u) { set_bsw_on_unit(u, u->unit_number); }
@@ -235,33 +223,13 @@ QAL_EXPORT void __f90_set_bsw_files(char* keep_list, char* swap_list, char* thir
 }
 
 QAL_EXPORT void __f90_swapbuff(void* destination, void* source, int length, int element_size) {
-  char* to = static_cast<char*>(destination);
-  const char* from = static_cast<const char*>(source);
-  switch (element_size) {
-    case 2:
-      reverse_elements<uint16_t>(to, from, length);
-      break;
-    case 4:
-      reverse_elements<uint32_t>(to, from, length);
-      break;
-    case 8:
-      reverse_elements<uint64_t>(to, from, length);
-      break;
-    case 16:
-      // A 16-byte element is its two halves swapped and each reversed.
-      for (int i = 0; i + 16 <= length; i += 16) {
-        uint64_t low, high;
-        memcpy(&low, from + i, 8);
-        memcpy(&high, from + i + 8, 8);
-        low = __builtin_bswap64(low);
-        high = __builtin_bswap64(high);
-        memcpy(to + i, &high, 8);
-        memcpy(to + i + 8, &low, 8);
-      }
-      break;
-    default:
-      break;
-  }
+  // Whole elements only; other element sizes leave the destination alone.
+  if (length <= 0 ||
+      (element_size != 2 && element_size != 4 && element_size != 8 && element_size != 16))
+    return;
+  const size_t n = static_cast<size_t>(length);
+  const size_t e = static_cast<size_t>(element_size);
+  reverse_elements(destination, source, n - n % e, e);
 }
 
 }  // extern "C"

@@ -4,8 +4,8 @@
 
 #include <errno.h>
 #include <pthread.h>
-#include <sys/single_threaded.h>
 #include <stdlib.h>
+#include <sys/single_threaded.h>
 
 #include <type_traits>
 
@@ -139,6 +139,7 @@ int connect_for_statement(const StatementRef& s, Unit* u, const ModeTraits& mode
 // Step 5: the decimal mode, and for formatted writes the rounding mode, from
 // the unit where the statement gave none.
 inline void resolve_modes(uint32_t& flags, uint32_t uf, const ModeTraits& mode) {
+  if (!mode.formatted) return;
   if (!(flags & SF_DECIMAL)) flags |= (uf & UF_DECIMAL_COMMA) ? SF_DECIMAL_COMMA : SF_DECIMAL_POINT;
   if (mode.formatted && mode.write && !mode.list_directed && !(flags & SF_ROUND)) {
     const uint32_t round = (uf & UF_ROUND) >> 4;  // same codes, four bits lower

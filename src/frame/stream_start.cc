@@ -49,7 +49,7 @@ int start_stream(const StatementRef& s, int64_t pos, const ModeTraits& mode) {
     if (int err = flush_raw(u)) return fail(s, u, err);
   struct stat st;
   if (fstat(u->fd, &st) != 0) return fail(s, u, errno);
-  if (pos < 1 || pos - 1 > st.st_size) return fail(s, u, ERR_BAD_POS);
+  if (pos < 1 || (pos - 1 > st.st_size && !mode.pos_beyond_end)) return fail(s, u, ERR_BAD_POS);
   const bool seek_failed =
       u->stream ? fseeko(u->stream, pos - 1, SEEK_SET) != 0 : lseek(u->fd, pos - 1, SEEK_SET) < 0;
   if (seek_failed) return fail(s, u, errno);

@@ -137,6 +137,41 @@ int64_t fill_buffer(Unit* u, int* err, uint64_t* failed_size) {
   }
 }
 
+int64_t fill_block(Unit* u, int* err) {
+  if (u->flags & UF_AT_EOF_DATA) return 0;
+  if (u->data_ptr >= u->data_end)
+    reset_cursors(u);
+  else if (u->data_end == u->buffer_end)
+    slide_to_front(u, u->data_ptr);
+  const size_t room = static_cast<size_t>(u->buffer_end - u->data_end);
+  int64_t n = 0;
+  if (u->stream) {
+    for (; n < static_cast<int64_t>(room); ++n) {
+      const int c = getc_unlocked(u->stream);
+      if (c == EOF) {
+        if (ferror(u->stream)) {
+          *err = last_errno();
+          clearerr(u->stream);
+          return -1;
+        }
+        break;
+      }
+      u->data_end[n] = static_cast<char>(c);
+    }
+  } else {
+    for (;;) {
+      n = read(u->fd, u->data_end, room);
+      if (n >= 0) break;
+      if (errno == EINTR && (u->flags & UF_RETRY_EINTR)) continue;
+      *err = last_errno();
+      return -1;
+    }
+  }
+  if (n == 0) u->flags |= UF_AT_EOF_DATA;
+  u->data_end += n;
+  return n;
+}
+
 void drop_buffer(Unit* u) {
   free(u->buffer);
   u->buffer = u->buffer_end = nullptr;

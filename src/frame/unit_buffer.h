@@ -51,6 +51,15 @@ bool resize_buffer(Unit* u, uint64_t size);
 // *failed_size the size asked for).
 int64_t fill_buffer(Unit* u, int* err, uint64_t* failed_size);
 
+// Unformatted input: reads what the file has next into the free space of
+// a buffer that never grows.  Taken bytes go first: with nothing unread the
+// cursors return to the start, and unread bytes at the buffer's end slide
+// to its front.  A stream is read to the end of the space or of the file,
+// not of a line.  Returns the bytes read; 0 at the end of the file, which
+// sets UF_AT_EOF_DATA so that later calls return 0 at once; or -1 with *err
+// set to an errno value.
+int64_t fill_block(Unit* u, int* err);
+
 // Input: frees the buffer and forgets every pointer into it, after the end
 // of the file or a read error.
 void drop_buffer(Unit* u);
