@@ -179,7 +179,7 @@ TEST_F(RecordLayout, EveryItemEntryThenAnEmptyRecord) {
       .ia16(c8)
       .ia32(c16)
       .pad(pads)
-      .bytes("xyz");
+      .text("xyz");
   ASSERT_EQ(all.end(), 0);
   ASSERT_EQ(UnformattedWrite(10).start().end(), 0);
   close_unit(10);
@@ -376,7 +376,7 @@ TEST_F(RecordLayout, TheLengthLimit) {
     w.i2(1);
     EXPECT_EQ(w.status(), 0);
     if (entry == 0) w.i1(1);
-    if (entry == 1) w.bytes("x");
+    if (entry == 1) w.text("x");
     if (entry == 2) w.pad(pads);
     EXPECT_EQ(w.end(), ERR_RECORD_TOO_LONG) << entry;
   }

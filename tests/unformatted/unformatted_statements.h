@@ -85,8 +85,9 @@ class UnformattedWrite {
       return __f90_suw_n(&s_, data, n);
     });
   }
-  UnformattedWrite& bytes(const std::string& data, int log2 = 0) {
-    return bytes(data.data(), static_cast<int64_t>(data.size()), log2);
+  // Character data: one _n block of single bytes.
+  UnformattedWrite& text(const std::string& data) {
+    return bytes(data.data(), static_cast<int64_t>(data.size()));
   }
   UnformattedWrite& pad(const int32_t* table) {
     return call([&] { return __f90_suw_pad(&s_, table); });
@@ -145,6 +146,8 @@ class UnformattedRead {
   }
   template <class T>
   UnformattedRead& value(T* v) {
+    static_assert(sizeof(T) == 1 || sizeof(T) == 2 || sizeof(T) == 4 || sizeof(T) == 8 ||
+                  sizeof(T) == 16 || sizeof(T) == 32);
     return item(v, sizeof(T));
   }
   UnformattedRead& bytes(void* to, int64_t n, int log2 = 0, uint32_t item_class = 0) {
