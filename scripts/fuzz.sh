@@ -4,7 +4,7 @@
 #
 #   scripts/fuzz.sh [seconds per target] [target ...]
 #
-# Targets: parse_format formatted_write list_write formatted_read (default:
+# Targets: parse_format formatted_write list_write formatted_read unformatted (default:
 # all).  New
 # inputs go to build-fuzz/corpus/<target>; fuzz/corpus/<target> is only
 # read.  A crash leaves its input in build-fuzz/run and fails the script.
@@ -13,7 +13,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:-60}
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(parse_format formatted_write list_write formatted_read)
+[ ${#targets[@]} -gt 0 ] || targets=(parse_format formatted_write list_write formatted_read unformatted)
 
 need=()
 command -v clang++ >/dev/null || need+=(clang)
