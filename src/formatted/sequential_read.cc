@@ -225,8 +225,7 @@ namespace qal {
 extern "C" {
 
 QAL_EXPORT int __f90_ssfr(Stmt* s) {
-  const StatementRef ref = statement_ref(s);
-  if (int err = start_statement<kSequentialFormattedRead>(ref)) return err;
+  if (int err = start_statement<kSequentialFormattedRead>(s)) return err;
   return open_statement(s, s->unit_ptr);
 }
 

@@ -230,8 +230,7 @@ namespace qal {
 extern "C" {
 
 QAL_EXPORT int __f90_ssfw(Stmt* s) {
-  const StatementRef ref = statement_ref(s);
-  if (int err = start_statement<kSequentialFormattedWrite>(ref)) return err;
+  if (int err = start_statement<kSequentialFormattedWrite>(s)) return err;
   return open_record(s, s->unit_ptr);
 }
 

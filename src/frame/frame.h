@@ -155,6 +155,11 @@ int start_check_and_turn(const StatementRef& s, Unit* u, const ModeTraits& mode)
 int start_statement_slow(const StatementRef& s, const ModeTraits& mode);
 int continue_statement_slow(const StatementRef& s, Unit* u, const ModeTraits& mode);
 
+// The thread that loaded the library, noted as it was loaded.  While the
+// process has one thread, it is that thread: a process whose first thread
+// ended has had a second one, and never has one thread again.
+extern pthread_t initial_thread;
+
 // The take of a unit below 128 that nobody holds, in a process with one
 // thread: no lock to take, nobody to wait for.  Null where that is not the
 // case (the general take then does it all).
@@ -163,7 +168,7 @@ inline Unit* take_quickly(int64_t unit) {
     return nullptr;
   Unit* u = __f90_small_unit_pointer_table[unit];
   if (!u || u->hold_count != 0 || u->stream) return nullptr;
-  u->owner = pthread_self();
+  u->owner = initial_thread;
   u->hold_count = 1;
   return u;
 }
@@ -179,33 +184,69 @@ inline void release_unit(Unit* u) {
   __f90_release_unit(u);
 }
 
-// Steps 1 to 6 of a statement of `mode`.  The usual case, a numbered unit
-// connected as the statement wants it and last used in the same direction,
-// costs a take and a few tests; anything else goes the long way.
+// Whether a unit taken for a statement of `mode` is in the usual state:
+// connected as the statement wants it and last used in the same direction.
 template <const ModeTraits& mode>
-inline int start_statement(const StatementRef& s) {
-  uint32_t& flags = *s.stmt_flags;
-  if (!initio_done() || (flags & (SF_DEFAULT_UNIT | SF_ASYNCHRONOUS))) [[unlikely]]
-    return start_statement_slow(s, mode);
-  Unit* u = take_quickly(*s.unit);
-  if (!u)
-    if (int err = take_numbered_unit(&u, *s.unit, s.location, OnError::Return)) [[unlikely]]
-      return fail_taking_unit(s, err);
-  *s.unit_ptr = u;
+inline bool usual_connection(const Unit* u) {
   const uint32_t uf = u->flags;
   constexpr uint32_t access = mode.write ? UF_WRITABLE : UF_READABLE;
   constexpr uint32_t same = mode.write ? UF_LAST_WRITE : UF_LAST_READ;
   constexpr uint32_t other = mode.write ? UF_LAST_READ : UF_LAST_WRITE;
   constexpr uint32_t tested = UF_CONNECTED | access | same | other;
-  const bool usual = (uf & tested) == (UF_CONNECTED | access | same) &&
-                     (mode.direct ? !(uf & UF_SEQUENTIAL_LIKE) : (uf & UF_SEQUENTIAL_LIKE) != 0) &&
-                     mode.formatted == ((uf & UF_FORMATTED_LIKE) != 0) &&
-                     !(u->flags2 & UF2_RECORD_BROKEN);
-  if (!usual) [[unlikely]]
-    return continue_statement_slow(s, u, mode);
+  return (uf & tested) == (UF_CONNECTED | access | same) &&
+         (mode.direct ? !(uf & UF_SEQUENTIAL_LIKE) : (uf & UF_SEQUENTIAL_LIKE) != 0) &&
+         mode.formatted == ((uf & UF_FORMATTED_LIKE) != 0) && !(u->flags2 & UF2_RECORD_BROKEN);
+}
+
+// Steps 1 to 6 of a statement of `mode`.  The usual case, a numbered unit
+// in the usual state, costs a take and a few tests; anything else goes the
+// long way.  The statement's fields are read in place: the frame's view of
+// them is only made on the long way.
+template <const ModeTraits& mode, class Stmt>
+inline int start_statement(Stmt* s) {
+  uint32_t& flags = s->stmt_flags;
+  if (!initio_done() || (flags & (SF_DEFAULT_UNIT | SF_ASYNCHRONOUS))) [[unlikely]]
+    return start_statement_slow(statement_ref(s), mode);
+  Unit* u = take_quickly(s->unit);
+  if (!u)
+    if (int err = take_numbered_unit(&u, s->unit, s->location, OnError::Return)) [[unlikely]]
+      return fail_taking_unit(statement_ref(s), err);
+  s->unit_ptr = u;
+  if (!usual_connection<mode>(u)) [[unlikely]]
+    return continue_statement_slow(statement_ref(s), u, mode);
   if constexpr (!mode.write) u->item_count = 0;
-  resolve_modes(flags, uf, mode);
+  resolve_modes(flags, u->flags, mode);
   return 0;
+}
+
+// The long ways of start_then, each ending in `then` on success.
+template <const ModeTraits& mode, auto then, class Stmt>
+[[gnu::noinline]] int start_then_slow(Stmt* s) {
+  if (int err = start_statement<mode>(s)) return err;
+  return then(s, s->unit_ptr);
+}
+template <const ModeTraits& mode, auto then, class Stmt>
+[[gnu::noinline]] int continue_then_slow(Stmt* s, Unit* u) {
+  if (int err = continue_statement_slow(statement_ref(s), u, mode)) return err;
+  return then(s, u);
+}
+
+// start_statement, then the mode's own start `then(s, unit)`, for modes
+// whose statements are short: on the usual way every call is a tail call,
+// so the entry needs no frame of its own.
+template <const ModeTraits& mode, auto then, class Stmt>
+inline int start_then(Stmt* s) {
+  if (!initio_done() || (s->stmt_flags & (SF_DEFAULT_UNIT | SF_ASYNCHRONOUS))) [[unlikely]]
+    return start_then_slow<mode, then>(s);
+  Unit* u = take_quickly(s->unit);
+  if (!u) [[unlikely]]
+    return start_then_slow<mode, then>(s);
+  s->unit_ptr = u;
+  if (!usual_connection<mode>(u)) [[unlikely]]
+    return continue_then_slow<mode, then>(s, u);
+  if constexpr (!mode.write) u->item_count = 0;
+  resolve_modes(s->stmt_flags, u->flags, mode);
+  return then(s, u);
 }
 
 // The start of a statement with POS= on a stream unit: take the unit (no
@@ -216,5 +257,12 @@ int start_stream(const StatementRef& s, int64_t pos, const ModeTraits& mode);
 // End-entry steps 3 and 4: push pending bytes where the unit wants it, and
 // the delayed truncation.  Does not release.
 int end_push(const StatementRef& s, Unit* u);
+
+// Whether end_push has anything to do; false for a unit on a file that
+// takes its bytes a buffer at a time.
+inline bool end_push_needed(const Unit* u) {
+  return u->stream || (u->flags & UF_STANDARD_STREAM) ||
+         __atomic_load_n(&__f90_io_delay_ftrunc, __ATOMIC_RELAXED) || synchronous_flag();
+}
 
 }  // namespace qal

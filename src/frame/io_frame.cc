@@ -38,6 +38,8 @@ int last_errno(int fallback = EIO) { return errno ? errno : fallback; }
 
 namespace qal {
 
+pthread_t initial_thread;
+
 int32_t synchronous_flag() { return __atomic_load_n(&synchronous_flag_value, __ATOMIC_RELAXED); }
 
 int write_raw(Unit* u, const void* data, uint64_t length) {
@@ -381,6 +383,10 @@ void pass_over_all_units(bool remove_scratch) {
 
 // Buffered output reaches its files at normal process exit too.
 __attribute__((destructor)) void finalise_library() { __f90_cleanup(); }
+
+// Loaded by a process with one thread, the library is in that thread; the
+// quick take relies on it only while the process keeps one thread.
+__attribute__((constructor)) void note_initial_thread() { initial_thread = pthread_self(); }
 
 }  // namespace
 

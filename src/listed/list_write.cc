@@ -296,8 +296,7 @@ namespace qal {
 extern "C" {
 
 QAL_EXPORT int __f90_sslw(Stmt* s) {
-  const StatementRef ref = statement_ref(s);
-  if (int err = start_statement<kListWrite>(ref)) return err;
+  if (int err = start_statement<kListWrite>(s)) return err;
   return start_record(s, s->unit_ptr);
 }
 

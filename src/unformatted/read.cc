@@ -148,7 +148,7 @@ inline int take(Stmt* s, void* to, uint64_t n) {
 
 // Buffer, then the leading marker: the part of a start that follows the
 // connection checks.
-int open_record(Stmt* s, Unit* u) {
+[[gnu::noinline]] int open_record_slow(Stmt* s, Unit* u) {
   s->record_remaining = -1;
   if (!u->buffer) {
     struct stat st;
@@ -163,10 +163,7 @@ int open_record(Stmt* s, Unit* u) {
   }
   if (marker_less(u)) return 0;
   uint32_t marker;
-  if (static_cast<uint64_t>(u->data_end - u->data_ptr) >= 4) {
-    memcpy(&marker, u->data_ptr, 4);
-    u->data_ptr += 4;
-  } else if (int err = copy_in(u, reinterpret_cast<char*>(&marker), 4)) {
+  if (int err = copy_in(u, reinterpret_cast<char*>(&marker), 4)) {
     // A marker cut short is the end of the file as much as none at all.
     return err == ERR_END_OF_FILE ? end_of_file(s) : fail(s, err);
   }
@@ -175,9 +172,23 @@ int open_record(Stmt* s, Unit* u) {
   return 0;
 }
 
+// The usual start: the leading marker in the read-ahead, machine order.
+inline int open_record(Stmt* s, Unit* u) {
+  constexpr uint32_t kUnusual = UF_STREAM | UF_BINARY;
+  const char* at = u->data_ptr;
+  if (!(u->flags & kUnusual) && !byte_swapped(u) && u->buffer && u->data_end - at >= 4) [[likely]] {
+    int32_t marker;
+    memcpy(&marker, at, 4);
+    u->data_ptr = const_cast<char*>(at) + 4;
+    s->record_remaining = marker;
+    return 0;
+  }
+  return open_record_slow(s, u);
+}
+
 template <uint32_t Size, uint32_t Element>
-int read_value(Stmt* s, void* item) {
-  if (int err = take(s, item, Size)) return err;
+[[gnu::noinline]] int read_value_slow(Stmt* s, void* item) {
+  if (int err = take_slow(s, static_cast<char*>(item), Size)) return err;
   if constexpr (Element > 1) {
     if (byte_swapped(s->unit_ptr)) {
       char* p = static_cast<char*>(item);
@@ -187,15 +198,48 @@ int read_value(Stmt* s, void* item) {
   return 0;
 }
 
+// The usual item: in the read-ahead, inside the record, no byte swap.
+template <uint32_t Size, uint32_t Element>
+inline int read_value(Stmt* s, void* item) {
+  Unit* u = s->unit_ptr;
+  const char* at = u->data_ptr;
+  // A negative remainder (no limit) is a huge one unsigned.
+  if (static_cast<uint64_t>(s->record_remaining) >= Size && u->data_end - at >= Size &&
+      (Element == 1 || !byte_swapped(u))) [[likely]] {
+    memcpy(item, at, Size);
+    u->data_ptr = const_cast<char*>(at) + Size;
+    s->record_remaining -= Size;
+    return 0;
+  }
+  return read_value_slow<Size, Element>(s, item);
+}
+
+// Every other end: a marker-less unit, nothing to pass over, or more than
+// the read-ahead holds.
+[[gnu::noinline]] int end_record(Stmt* s) {
+  Unit* u = s->unit_ptr;
+  if (!marker_less(u)) {
+    if (s->stmt_flags & SF_F77_READ) s->stmt_flags |= SF_SHORT_FILE_IS_TOO_LONG;
+    // What the list left of the record, and the trailing marker, which is
+    // not compared with the leading one.
+    const int64_t rest = s->record_remaining + 4;
+    if (rest > 0)
+      if (int err = skip(u, static_cast<uint64_t>(rest))) {
+        if (err != ERR_END_OF_FILE) return fail(s, err);
+        return end_of_file(
+            s, (s->stmt_flags & SF_SHORT_FILE_IS_TOO_LONG) ? ERR_RECORD_TOO_LONG : ERR_END_OF_FILE);
+      }
+  }
+  release_unit(u);
+  return 0;
+}
+
 }  // namespace
 
 namespace qal {
 extern "C" {
 
-QAL_EXPORT int __f90_ssur(Stmt* s) {
-  if (int err = start_statement<kUnformattedRead>(statement_ref(s))) return err;
-  return open_record(s, s->unit_ptr);
-}
+QAL_EXPORT int __f90_ssur(Stmt* s) { return start_then<kUnformattedRead, open_record>(s); }
 
 QAL_EXPORT int __f90_ssur_pos(Stmt* s, int64_t pos) {
   if (int err = start_stream(statement_ref(s), pos, kUnformattedRead)) return err;
@@ -229,20 +273,15 @@ QAL_EXPORT int __f90_sur_pad(Stmt* s, const int32_t* table) {
 
 QAL_EXPORT int __f90_esur(Stmt* s) {
   Unit* u = s->unit_ptr;
-  if (!marker_less(u)) {
-    if (s->stmt_flags & SF_F77_READ) s->stmt_flags |= SF_SHORT_FILE_IS_TOO_LONG;
-    // What the list left of the record, and the trailing marker, which is
-    // not compared with the leading one.
-    const int64_t rest = s->record_remaining + 4;
-    if (rest > 0)
-      if (int err = skip(u, static_cast<uint64_t>(rest))) {
-        if (err != ERR_END_OF_FILE) return fail(s, err);
-        return end_of_file(
-            s, (s->stmt_flags & SF_SHORT_FILE_IS_TOO_LONG) ? ERR_RECORD_TOO_LONG : ERR_END_OF_FILE);
-      }
+  // The usual end: the rest of the record and its trailing marker are in
+  // the read-ahead.
+  const int64_t rest = s->record_remaining + 4;
+  if (!marker_less(u) && rest > 0 && rest <= u->data_end - u->data_ptr) [[likely]] {
+    u->data_ptr += rest;
+    release_unit(u);
+    return 0;
   }
-  release_unit(u);
-  return 0;
+  return end_record(s);
 }
 
 }  // extern "C"

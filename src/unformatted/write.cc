@@ -216,11 +216,9 @@ inline int put(Unit* u, const char* p, uint64_t n) {
 }
 
 // Buffer, then the reserved leading marker: the part of a start that
-// follows the connection checks.
-int open_record(Stmt* s, Unit* u) {
-  u->secondary_size = 0;
-  u->secondary_buffer = u->secondary_ptr = u->secondary_end = nullptr;
-  u->secondary_head = u->secondary_tail = nullptr;
+// follows the connection checks.  No secondary block outlives its record
+// (the end and every failure free it), so there is none here.
+[[gnu::noinline]] int open_record_slow(Stmt* s, Unit* u) {
   if (u->flags & UF_BUFFER_GROWN) {
     if (u->buffer)
       if (int err = push_out(u, u->data_end)) return fail(s, err);
@@ -259,6 +257,19 @@ int open_record(Stmt* s, Unit* u) {
   memset(u->secondary_ptr, 0, 4 - room);
   u->secondary_ptr += 4 - room;
   return 0;
+}
+
+// The usual start: a buffer with room for the marker, on a unit with
+// markers.
+inline int open_record(Stmt* s, Unit* u) {
+  constexpr uint32_t kUnusual = UF_BUFFER_GROWN | UF_STREAM | UF_BINARY;
+  if (!(u->flags & kUnusual) && u->buffer && u->buffer_end - u->data_end >= 4) [[likely]] {
+    u->flags &= ~(UF_RECORD_LOADED | UF_AT_EOF_DATA | UF_AFTER_ENDFILE);
+    memset(u->data_end, 0, 4);
+    u->data_end += 4;
+    return 0;
+  }
+  return open_record_slow(s, u);
 }
 
 // The record's length, 4 bytes in the file's order.
@@ -334,9 +345,9 @@ int finish_on_file(Stmt* s, Unit* u, const char m[4]) {
 }
 
 template <ItemShape shape>
-int write_value(Stmt* s, const void* value) {
+[[gnu::noinline]] int write_value_slow(Stmt* s, const void* value) {
   Unit* u = s->unit_ptr;
-  if (!marker_less(u) && s->record_written > kMaxRecord - shape.size)
+  if (s->record_written > kMaxRecord - shape.size && !marker_less(u))
     return fail(s, ERR_RECORD_TOO_LONG);
   s->record_written += shape.size;
   const char* p = static_cast<const char*>(value);
@@ -351,6 +362,42 @@ int write_value(Stmt* s, const void* value) {
   return 0;
 }
 
+// The usual item: room in the buffer, no byte swap, far from the limit.
+template <ItemShape shape>
+inline int write_value(Stmt* s, const void* value) {
+  Unit* u = s->unit_ptr;
+  char* at = u->data_end;
+  if (s->record_written <= kMaxRecord - shape.size && !u->secondary_buffer &&
+      u->buffer_end - at >= static_cast<ptrdiff_t>(shape.size) &&
+      (shape.element == 1 || !byte_swapped(u))) [[likely]] {
+    memcpy(at, value, shape.size);
+    u->data_end = at + shape.size;
+    s->record_written += shape.size;
+    return 0;
+  }
+  return write_value_slow<shape>(s, value);
+}
+
+// Every other end: a record with a secondary part or one that went to the
+// file, a byte-swapped or marker-less unit, a full buffer, or a unit that
+// wants its bytes at once.
+[[gnu::noinline]] int end_record(Stmt* s) {
+  Unit* u = s->unit_ptr;
+  if (u->flags & UF_NESTED) return fail(s, ERR_REENTRANT_IO);
+  if (!marker_less(u)) {
+    char m[4];
+    marker_bytes(s, u, m);
+    const int err = u->data_ptr < u->data_end ? finish_in_memory(u, m) : finish_on_file(s, u, m);
+    if (err) return fail(s, err);
+  }
+  u->data_ptr = u->data_end;
+  if (u->data_end == u->buffer_end)
+    if (int err = flush_buffer(u)) return fail_statement(statement_ref(s), u, err);
+  if (int err = end_push(statement_ref(s), u)) return err;
+  release_unit(u);
+  return 0;
+}
+
 }  // namespace
 
 namespace qal {
@@ -358,8 +405,7 @@ extern "C" {
 
 QAL_EXPORT int __f90_ssuw(Stmt* s) {
   s->record_written = 0;
-  if (int err = start_statement<kUnformattedWrite>(statement_ref(s))) return err;
-  return open_record(s, s->unit_ptr);
+  return start_then<kUnformattedWrite, open_record>(s);
 }
 
 QAL_EXPORT int __f90_ssuw_pos(Stmt* s, int64_t pos) {
@@ -436,19 +482,19 @@ QAL_EXPORT int __f90_suw_pad(Stmt* s, const int32_t* table) {
 
 QAL_EXPORT int __f90_esuw(Stmt* s) {
   Unit* u = s->unit_ptr;
-  if (u->flags & UF_NESTED) return fail(s, ERR_REENTRANT_IO);
-  if (!marker_less(u)) {
-    char m[4];
-    marker_bytes(s, u, m);
-    const int err = u->data_ptr < u->data_end ? finish_in_memory(u, m) : finish_on_file(s, u, m);
-    if (err) return fail(s, err);
+  // The usual end: a record in the buffer with room behind it for its
+  // trailing marker, on a unit that takes its bytes a buffer at a time.
+  constexpr uint32_t kUnusual = UF_NESTED | UF_STREAM | UF_BINARY;
+  if (!(u->flags & kUnusual) && !u->secondary_buffer && u->buffer_end - u->data_end > 4 &&
+      !byte_swapped(u) && !end_push_needed(u)) [[likely]] {
+    const uint32_t marker = static_cast<uint32_t>(s->record_written);
+    memcpy(u->data_ptr, &marker, 4);
+    memcpy(u->data_end, &marker, 4);
+    u->data_ptr = u->data_end += 4;
+    release_unit(u);
+    return 0;
   }
-  u->data_ptr = u->data_end;
-  if (u->data_end == u->buffer_end)
-    if (int err = flush_buffer(u)) return fail_statement(statement_ref(s), u, err);
-  if (int err = end_push(statement_ref(s), u)) return err;
-  release_unit(u);
-  return 0;
+  return end_record(s);
 }
 
 }  // extern "C"
