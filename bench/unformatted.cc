@@ -45,10 +45,18 @@ int64_t now_ns() {
   exit(1);
 }
 
+// BENCH_BUFFER=N: the unit gets FILEOPT='BUFFER=N' and the floor a buffer
+// of N bytes, to show what the number of write(2) calls costs.
+int64_t buffer_option() {
+  const char* v = getenv("BENCH_BUFFER");
+  return v ? atoll(v) : 0;
+}
+
 void open_unit(const char* name, uint32_t status) {
   static const Location where = {LOC_OPEN, 3, "bench.f90"};
-  if (__f90_open(OF_FILE | status | OF_FORM_UNFORMATTED, 10, name,
-                 static_cast<int64_t>(strlen(name)), 0, &where, 0) != 0)
+  const int64_t buffer = buffer_option();
+  if (__f90_open(OF_FILE | status | OF_FORM_UNFORMATTED | (buffer ? OF_FILEOPT_BUFFER : 0), 10,
+                 name, static_cast<int64_t>(strlen(name)), 0, &where, buffer) != 0)
     die("open");
 }
 void close_unit() {
@@ -66,6 +74,7 @@ std::vector<int8_t> big_array() {
 }
 
 int64_t blksize(int fd) {
+  if (int64_t buffer = buffer_option()) return buffer;
   struct stat st;
   if (fstat(fd, &st) != 0) die("fstat");
   return st.st_blksize > 0 ? st.st_blksize : 4096;
