@@ -239,7 +239,15 @@ TEST_F(RecordSizes, RegularFilesAtEveryEdgeOfTheBuffers) {
     std::vector<std::string> records;
     for (size_t n : sizes) records.push_back(random_bytes(n, rng));
     open(10, "f.dat", buffer, "REPLACE");
-    for (const std::string& r : records) ASSERT_EQ(write_record(10, r, rng), 0);
+    for (const std::string& r : records) {
+      ASSERT_EQ(write_record(10, r, rng), 0);
+      // The file is written in whole blocks only; the rest waits.
+      struct stat st;
+      ASSERT_EQ(fstat(__f90_small_unit_pointer_table[10]->fd, &st), 0);
+      if (buffer) {
+        ASSERT_EQ(st.st_size % buffer, 0) << r.size();
+      }
+    }
     close_unit(10);
     ASSERT_EQ(dir_.read("f.dat"), records_file(records)) << "buffer " << buffer;
     open(10, "f.dat", buffer);
