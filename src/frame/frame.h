@@ -155,9 +155,9 @@ int start_check_and_turn(const StatementRef& s, Unit* u, const ModeTraits& mode)
 int start_statement_slow(const StatementRef& s, const ModeTraits& mode);
 int continue_statement_slow(const StatementRef& s, Unit* u, const ModeTraits& mode);
 
-// The thread that loaded the library, noted as it was loaded.  While the
-// process has one thread, it is that thread: a process whose first thread
-// ended has had a second one, and never has one thread again.
+// The thread that loaded the library, noted as it was loaded, and in the
+// child of a fork the thread that forked.  While the process has one
+// thread, it is that thread.
 extern pthread_t initial_thread;
 
 // The take of a unit below 128 that nobody holds, in a process with one

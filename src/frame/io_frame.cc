@@ -385,8 +385,13 @@ void pass_over_all_units(bool remove_scratch) {
 __attribute__((destructor)) void finalise_library() { __f90_cleanup(); }
 
 // Loaded by a process with one thread, the library is in that thread; the
-// quick take relies on it only while the process keeps one thread.
-__attribute__((constructor)) void note_initial_thread() { initial_thread = pthread_self(); }
+// quick take relies on it only while the process keeps one thread.  The
+// child of a fork has one thread again, the one that forked.
+void note_initial_thread() { initial_thread = pthread_self(); }
+__attribute__((constructor)) void watch_initial_thread() {
+  note_initial_thread();
+  pthread_atfork(nullptr, nullptr, note_initial_thread);
+}
 
 }  // namespace
 

@@ -3,9 +3,11 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <string>
+#include <thread>
 
 #include "gtest/gtest.h"
 #include "qal/qal.h"
@@ -355,6 +357,31 @@ TEST(OpenBusy, OpenInsideAStatementOnTheSameUnitIs1146) {
   });
   EXPECT_EQ(r.exit_code, 0) << r.err;
   EXPECT_EQ(dir.read("fort.70"), " 1 2\n");
+}
+
+// The child of a fork made by a second thread has one thread again, not
+// the one that loaded the library: a statement there must still know its
+// own thread holds the unit (1146, not a wait for ever).
+TEST(OpenBusy, InTheChildOfAForkFromAnotherThread) {
+  ScratchDir dir;
+  auto r = run_in_child([] {
+    int status = -1;
+    std::thread forker([&] {
+      const pid_t pid = fork();
+      if (pid == 0) {
+        alarm(10);
+        ListWrite outer(71);
+        outer.start().item(1);
+        const int open = Open(71).file("other").run();
+        _exit(open == ERR_OPEN_BUSY_UNIT && outer.item(2).end().status() == 0 ? 0 : 1);
+      }
+      waitpid(pid, &status, 0);
+    });
+    forker.join();
+    CHILD_CHECK(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    exit(0);
+  });
+  EXPECT_EQ(r.exit_code, 0) << r.err;
 }
 
 }  // namespace
