@@ -4,6 +4,7 @@
 
 #include "qal/abi.h"
 #include "qal/location.h"
+#include "qal/statement.h"
 #include "qal/unit.h"
 
 QAL_BEGIN_DECLS
@@ -101,6 +102,17 @@ QAL_EXPORT void __f90_close_a(int64_t unit, uint32_t word, const Location* locat
 QAL_EXPORT int __f90_close_r(int64_t unit, uint32_t word);
 QAL_EXPORT void __f90_close_unit_a(int64_t unit, Unit* u, uint32_t word, const Location* location);
 QAL_EXPORT int __f90_close_unit_r(int64_t unit, Unit* u, uint32_t word);
+
+/* REWIND, BACKSPACE, ENDFILE, FLUSH: 0 or an error number (with
+ * SF_ERR_RETURN; otherwise a failure is fatal).  An unconnected unit is
+ * left alone, except that ENDFILE empties (or makes) its fort.N.  WAIT has
+ * nothing to wait for: every transfer is complete when its statement
+ * ends. */
+QAL_EXPORT int __f90_rewind(IoStatementPos* block);
+QAL_EXPORT int __f90_backspace(IoStatementPos* block);
+QAL_EXPORT int __f90_endfile(IoStatementPos* block);
+QAL_EXPORT int __f2003_flush(IoStatementPos* block);
+QAL_EXPORT int __f95_wait(void);
 
 /* Byte-swapped unformatted files.  The three option lists, taken once
  * before the first connection (any may be null), and the copy that

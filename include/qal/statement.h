@@ -166,6 +166,14 @@ typedef struct IoStatementNl {
   const Location* location;
 } IoStatementNl;
 
+/* REWIND, BACKSPACE, ENDFILE and FLUSH: of the flags only SF_ERR_RETURN
+ * counts. */
+typedef struct IoStatementPos {
+  int64_t unit;
+  uint32_t stmt_flags;
+  const Location* location;
+} IoStatementPos;
+
 /* Sequential unformatted and stream write. */
 typedef struct IoStatementSuw {
   int64_t unit;
@@ -249,6 +257,9 @@ QAL_OFFSET(IoStatementSur, record_remaining, 8);
 QAL_OFFSET(IoStatementSur, stmt_flags, 16);
 QAL_OFFSET(IoStatementSur, location, 24);
 QAL_OFFSET(IoStatementSur, unit_ptr, 32);
+
+QAL_OFFSET(IoStatementPos, stmt_flags, 8);
+QAL_OFFSET(IoStatementPos, location, 16);
 
 QAL_OFFSET(InternalUnit, dims, 8);
 QAL_OFFSET(IoStatementIl, location, 8);
