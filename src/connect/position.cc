@@ -129,7 +129,7 @@ ssize_t read_some(Unit* u, char* to, size_t n) {
 // BACKSPACE on a formatted file: read the blocks before the position until
 // the newline ahead of the current record shows; the block that holds it
 // stays in the buffer as read-ahead.
-int backspace_formatted(const Block* b, Unit* u) {
+int backspace_formatted(const Block* b, Unit* u, bool inside_record) {
   if (u->flags & UF_LAST_READ) {
     if (give_back_read_ahead(u) < 0) return fail(b, u, last_errno());
   } else if (u->flags & UF_LAST_WRITE) {
@@ -147,9 +147,11 @@ int backspace_formatted(const Block* b, Unit* u) {
     u->flags &= ~kEndState;
     return 0;
   }
-  // The byte before the position ends the record being stepped over.
+  // The byte before the position ends the record being stepped over,
+  // unless a non-advancing READ stopped inside the current record: then
+  // its start is the newline before the position.
   off_t end = pos;
-  bool skip_last = true;
+  bool skip_last = !inside_record;
   for (;;) {
     const off_t offset = end > static_cast<off_t>(block) ? end - static_cast<off_t>(block) : 0;
     if (!seek(u, offset)) return fail(b, u, last_errno());
@@ -285,6 +287,8 @@ QAL_EXPORT int __f90_backspace(Block* b) {
   const bool formatted = (u->flags & UF_FORMATTED_LIKE) != 0;
   if (u->flags & UF_BINARY) return fail(b, u, ERR_BACKSPACE_BINARY);
   if ((u->flags & UF_STREAM) && !formatted) return fail(b, u, ERR_BACKSPACE_UNFORMATTED_STREAM);
+  const bool inside_record =
+      (u->flags & (UF_RECORD_LOADED | UF_LAST_READ)) == (UF_RECORD_LOADED | UF_LAST_READ);
   u->flags &= ~UF_RECORD_LOADED;
   u->column = 0;
   if (u->flags & UF_AFTER_ENDFILE) {
@@ -296,7 +300,7 @@ QAL_EXPORT int __f90_backspace(Block* b) {
   }
   if (!(u->flags & UF_REGULAR_FILE)) return fail(b, u, ERR_NO_BACKSPACE);
   if (!(u->flags & UF_READABLE)) return fail(b, u, ERR_BACKSPACE_NOT_READABLE);
-  const int e = formatted ? backspace_formatted(b, u) : backspace_unformatted(b, u);
+  const int e = formatted ? backspace_formatted(b, u, inside_record) : backspace_unformatted(b, u);
   if (e) return e;  // the unit went with the failure
   __f90_release_unit(u);
   return 0;

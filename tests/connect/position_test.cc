@@ -92,6 +92,28 @@ TEST_F(Positioning, FormattedRecordsBackAndForth) {
   EXPECT_EQ(dir_.read("f.txt"), "ONE\n");
 }
 
+// After a non-advancing READ the current record is the one stepped back
+// to; after a non-advancing WRITE, the one left open.
+TEST_F(Positioning, BackspaceAfterNonAdvancingStatements) {
+  dir_.write("f.txt", "one\ntwo\n");
+  ASSERT_EQ(Open(10).file("f.txt").run(), 0);
+  EXPECT_EQ(line(), "one");
+  char two[2];
+  ASSERT_EQ(FormattedRead(10, "(A2)", kAll).advance("NO").all(CharOut{two, 2}), 0);
+  EXPECT_EQ(position(__f90_backspace, 10), 0);
+  EXPECT_EQ(line(), "two");
+  // Nothing taken of the record yet: it is still the current one.
+  EXPECT_EQ(position(__f90_backspace, 10), 0);
+  ASSERT_EQ(FormattedRead(10, "()", kAll).advance("NO").all(), 0);
+  EXPECT_EQ(position(__f90_backspace, 10), 0);
+  EXPECT_EQ(line(), "two");
+  EXPECT_EQ(position(__f90_rewind, 10), 0);
+  EXPECT_EQ(line(), "one");
+  ASSERT_EQ(FormattedWrite(10, "(A)", SF_ERR_RETURN).advance("NO").all("half"), 0);
+  EXPECT_EQ(position(__f90_backspace, 10), 0);
+  EXPECT_EQ(line(), "half");
+}
+
 TEST_F(Positioning, BackspaceOverRecordsLongerThanTheBlock) {
   const std::string a(300, 'a'), b(1000, 'b'), c(70, 'c');
   dir_.write("f.txt", a + "\n" + b + "\n" + c + "\n");
