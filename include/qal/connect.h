@@ -114,6 +114,95 @@ QAL_EXPORT int __f90_endfile(IoStatementPos* block);
 QAL_EXPORT int __f2003_flush(IoStatementPos* block);
 QAL_EXPORT int __f95_wait(void);
 
+/* INQUIRE.  The word `iflags` says which character results are wanted
+ * (each needs its text) and which of POS=, SIZE= and PENDING=; the integer
+ * and logical results before the texts are always written.  A text result
+ * is copied, cut to its length and blank-filled. */
+enum InquireFlags {
+  IF_ERR_RETURN = 0x00000001,
+  IF_ACCESS = 0x00000010,
+  IF_ACTION = 0x00000020,
+  IF_BLANK = 0x00000040,
+  IF_DELIM = 0x00000080,
+  IF_DIRECT = 0x00000100,
+  IF_FORM = 0x00000200,
+  IF_FORMATTED = 0x00000400,
+  IF_NAME = 0x00000800,
+  IF_PAD = 0x00001000,
+  IF_POSITION = 0x00002000,
+  IF_READ = 0x00004000,
+  IF_READWRITE = 0x00008000,
+  IF_SEQUENTIAL = 0x00010000,
+  IF_UNFORMATTED = 0x00020000,
+  IF_WRITE = 0x00040000,
+  IF_ASYNCHRONOUS = 0x00080000,
+  IF_DECIMAL = 0x00100000,
+  IF_PENDING = 0x00800000,
+  IF_POS = 0x01000000,
+  IF_ROUND = 0x02000000,
+  IF_SIZE = 0x04000000,
+  IF_STREAM = 0x08000000,
+  IF_F77 = 0x10000000 /* the old dialect's answers */
+};
+
+typedef struct InquireText {
+  char* text;
+  int32_t length;
+} InquireText;
+
+/* The results, the same in both blocks. */
+#define QAL_INQUIRE_RESULTS                                                                     \
+  int64_t number;  /* -1 when not connected */                                                  \
+  int64_t nextrec; /* -1 when sequential or not connected */                                    \
+  int64_t recl;    /* -1 when not connected */                                                  \
+  int32_t exist;                                                                                \
+  int32_t opened;                                                                               \
+  int32_t named;                                                                                \
+  InquireText access, action, blank, delim, direct, form, formatted, name, pad, position, read, \
+      readwrite, sequential, unformatted, write;                                                \
+  int64_t pos;                                                                                  \
+  int64_t size;                                                                                 \
+  InquireText asynchronous, decimal, reserved, round, stream;                                   \
+  int32_t pending;
+
+/* INQUIRE(UNIT=) */
+typedef struct InquireBlock {
+  uint32_t iflags;
+  const Location* location;
+  int64_t unit;
+  QAL_INQUIRE_RESULTS
+} InquireBlock;
+
+/* INQUIRE(FILE=): the name and its length where the other has the unit. */
+typedef struct InquireFileBlock {
+  uint32_t iflags;
+  const Location* location;
+  const char* file;
+  int32_t file_length;
+  QAL_INQUIRE_RESULTS
+} InquireFileBlock;
+
+QAL_OFFSET(InquireBlock, unit, 16);
+QAL_OFFSET(InquireBlock, number, 24);
+QAL_OFFSET(InquireBlock, named, 56);
+QAL_OFFSET(InquireBlock, access, 64);
+QAL_OFFSET(InquireBlock, write, 288);
+QAL_OFFSET(InquireBlock, pos, 304);
+QAL_OFFSET(InquireBlock, size, 312);
+QAL_OFFSET(InquireBlock, asynchronous, 320);
+QAL_OFFSET(InquireBlock, stream, 384);
+QAL_OFFSET(InquireBlock, pending, 400);
+QAL_STATIC_ASSERT(sizeof(InquireBlock) == 408, "InquireBlock size");
+QAL_OFFSET(InquireFileBlock, file_length, 24);
+QAL_OFFSET(InquireFileBlock, number, 32);
+QAL_STATIC_ASSERT(sizeof(InquireFileBlock) == 416, "InquireFileBlock size");
+
+/* 0 or an error number: a wanted text without its place, a null FILE=
+ * (1117), the errno of the file's lookup, a failed flush.  A unit that is
+ * not connected, or a number out of range, is an answer, not an error. */
+QAL_EXPORT int __f90_inqu(InquireBlock* block);
+QAL_EXPORT int __f90_inqf(InquireFileBlock* block);
+
 /* Byte-swapped unformatted files.  The three option lists, taken once
  * before the first connection (any may be null), and the copy that
  * reverses the bytes of each element of 2, 4, 8 or 16 bytes. */
