@@ -256,8 +256,11 @@ QAL_EXPORT int __f90_endfile(Block* b) {
   if (!(u->flags & UF_WRITABLE)) return fail(b, u, ERR_ENDFILE_NOT_WRITABLE, true);
   off_t pos;
   if (u->flags & UF_LAST_READ) {
+    // The read-ahead goes back to the file at once, so that a truncation
+    // that fails leaves the unit reading on from the position.
     pos = give_back_read_ahead(u);
-    u->flags &= ~UF_LAST_READ;
+    point_at_start(u);
+    u->flags &= ~(UF_LAST_READ | UF_RECORD_LOADED);
   } else {
     if (u->flags & UF_LAST_WRITE)
       if (int e = flush_raw(u)) return fail(b, u, e, true);

@@ -3,6 +3,8 @@
 // the statements that follow them.
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -16,6 +18,17 @@
 
 using namespace qal;
 using namespace qal::test;
+
+// The library's truncations go through this one while `failing_truncation`
+// is set, and fail as a full or broken disk would make them.
+static int failing_truncation = 0;
+extern "C" int ftruncate(int fd, off_t length) {
+  if (failing_truncation) {
+    errno = failing_truncation;
+    return -1;
+  }
+  return static_cast<int>(syscall(SYS_ftruncate, fd, length));
+}
 
 namespace {
 
@@ -241,4 +254,36 @@ TEST_F(Positioning, FlushPushesPendingOutput) {
   ASSERT_EQ(UnformattedWrite(11).start().i4(7).end(), 0);
   EXPECT_EQ(position(__f2003_flush, 11), 0);
   EXPECT_EQ(dir_.read("u.dat"), records_file({bytes_of(int32_t{7})}));
+}
+
+TEST_F(Positioning, TruncationThatFails) {
+  // ENDFILE after writes: the records go out first, the errno comes back,
+  // and the unit goes on.
+  ASSERT_EQ(Open(10).file("t.txt").status("replace").run(), 0);
+  ASSERT_EQ(put("one"), 0);
+  ASSERT_EQ(put("two"), 0);
+  failing_truncation = EIO;
+  EXPECT_EQ(position(__f90_endfile, 10), EIO);
+  failing_truncation = 0;
+  EXPECT_EQ(dir_.read("t.txt"), "one\ntwo\n");
+  ASSERT_EQ(put("three"), 0);
+  close_unit(10);
+  EXPECT_EQ(dir_.read("t.txt"), "one\ntwo\nthree\n");
+
+  // ENDFILE after a read: the unit reads on from where it was.
+  ASSERT_EQ(Open(10).file("t.txt").run(), 0);
+  EXPECT_EQ(line(), "one");
+  failing_truncation = ENOSPC;
+  EXPECT_EQ(position(__f90_endfile, 10), ENOSPC);
+  failing_truncation = 0;
+  EXPECT_EQ(line(), "two");
+
+  // A WRITE after a read cuts the file first; when that fails, the WRITE
+  // fails with the errno and writes nothing, and the next one cuts.
+  failing_truncation = EIO;
+  EXPECT_EQ(put("lost"), EIO);
+  failing_truncation = 0;
+  ASSERT_EQ(put("four"), 0);
+  close_unit(10);
+  EXPECT_EQ(dir_.read("t.txt"), "one\ntwo\nfour\n");
 }
