@@ -26,24 +26,16 @@
 #include <vector>
 
 #include "qal/qal.h"
+#include "timing.h"
 
 namespace {
 
 using namespace qal;
+using qal::bench::die;
+using qal::bench::now_ns;
 
 constexpr int32_t kRecords = 1000000;
 constexpr int64_t kBig = 64 * 1024 * 1024;
-
-int64_t now_ns() {
-  timespec t;
-  clock_gettime(CLOCK_MONOTONIC, &t);
-  return int64_t{t.tv_sec} * 1000000000 + t.tv_nsec;
-}
-
-[[noreturn]] void die(const char* what) {
-  perror(what);
-  exit(1);
-}
 
 // BENCH_BUFFER=N: the unit gets FILEOPT='BUFFER=N' and the floor a buffer
 // of N bytes, to show what the number of write(2) calls costs.

@@ -12,6 +12,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
+#include <string_view>
+
 #include "connect/connect.h"
 
 using namespace qal;
@@ -20,14 +23,20 @@ namespace {
 
 constexpr uint64_t kLargestUnit = 2147483647;
 
+constexpr uint32_t kTextResults = IF_ACCESS | IF_ACTION | IF_BLANK | IF_DELIM | IF_DIRECT |
+                                  IF_FORM | IF_FORMATTED | IF_NAME | IF_PAD | IF_POSITION |
+                                  IF_READ | IF_READWRITE | IF_SEQUENTIAL | IF_UNFORMATTED |
+                                  IF_WRITE | IF_ASYNCHRONOUS | IF_DECIMAL | IF_ROUND | IF_STREAM;
+
 bool returns(uint32_t iflags) { return (iflags & IF_ERR_RETURN) != 0; }
 
-// The text cut to the place, the rest of the place blank.
-void copy_value(const InquireText& to, const char* value) {
+// The text cut to the place, the rest of the place blank.  The answers are
+// mostly literals, whose lengths the compiler knows.
+inline void copy_value(const InquireText& to, std::string_view value) {
   if (to.length <= 0) return;
   const size_t room = static_cast<size_t>(to.length);
-  const size_t n = strnlen(value, room);
-  memcpy(to.text, value, n);
+  const size_t n = value.size() < room ? value.size() : room;
+  memcpy(to.text, value.data(), n);
   memset(to.text + n, ' ', room - n);
 }
 
@@ -39,36 +48,44 @@ int refuse(const Block* b, int err) {
   report_and_abort(err, b->location, false, 0, nullptr);
 }
 
-// The error of the first wanted text that has no place to go.
+// The error of the first wanted text that has no place to go, looking
+// only at the texts asked for, in the order of their flags.
 template <class Block>
 int missing_text(const Block* b) {
-  static constexpr struct {
-    uint32_t flag;
+  struct Place {
     InquireText Block::*text;
     int err;
-  } kTexts[] = {
-      {IF_ACCESS, &Block::access, ERR_UNASSOCIATED_ACCESS},
-      {IF_ACTION, &Block::action, ERR_UNASSOCIATED_ACTION},
-      {IF_BLANK, &Block::blank, ERR_UNASSOCIATED_BLANK},
-      {IF_DELIM, &Block::delim, ERR_UNASSOCIATED_DELIM},
-      {IF_DIRECT, &Block::direct, ERR_UNASSOCIATED_DIRECT},
-      {IF_FORM, &Block::form, ERR_UNASSOCIATED_FORM},
-      {IF_FORMATTED, &Block::formatted, ERR_UNASSOCIATED_FORMATTED},
-      {IF_NAME, &Block::name, ERR_UNASSOCIATED_NAME},
-      {IF_PAD, &Block::pad, ERR_UNASSOCIATED_PAD},
-      {IF_POSITION, &Block::position, ERR_UNASSOCIATED_POSITION},
-      {IF_READ, &Block::read, ERR_UNASSOCIATED_READ},
-      {IF_READWRITE, &Block::readwrite, ERR_UNASSOCIATED_READWRITE},
-      {IF_SEQUENTIAL, &Block::sequential, ERR_UNASSOCIATED_SEQUENTIAL},
-      {IF_UNFORMATTED, &Block::unformatted, ERR_UNASSOCIATED_UNFORMATTED},
-      {IF_WRITE, &Block::write, ERR_UNASSOCIATED_WRITE},
-      {IF_ASYNCHRONOUS, &Block::asynchronous, ERR_UNASSOCIATED_ASYNCHRONOUS},
-      {IF_DECIMAL, &Block::decimal, ERR_UNASSOCIATED_DECIMAL},
-      {IF_ROUND, &Block::round, ERR_UNASSOCIATED_ROUND},
-      {IF_STREAM, &Block::stream, ERR_UNASSOCIATED_STREAM},
   };
-  for (const auto& t : kTexts)
-    if ((b->iflags & t.flag) && !(b->*t.text).text) return t.err;
+  static constexpr auto kPlaces = [] {
+    std::array<Place, 32> p{};
+    const auto at = [&](uint32_t flag, InquireText Block::*text, int err) {
+      p[static_cast<size_t>(__builtin_ctz(flag))] = {text, err};
+    };
+    at(IF_ACCESS, &Block::access, ERR_UNASSOCIATED_ACCESS);
+    at(IF_ACTION, &Block::action, ERR_UNASSOCIATED_ACTION);
+    at(IF_BLANK, &Block::blank, ERR_UNASSOCIATED_BLANK);
+    at(IF_DELIM, &Block::delim, ERR_UNASSOCIATED_DELIM);
+    at(IF_DIRECT, &Block::direct, ERR_UNASSOCIATED_DIRECT);
+    at(IF_FORM, &Block::form, ERR_UNASSOCIATED_FORM);
+    at(IF_FORMATTED, &Block::formatted, ERR_UNASSOCIATED_FORMATTED);
+    at(IF_NAME, &Block::name, ERR_UNASSOCIATED_NAME);
+    at(IF_PAD, &Block::pad, ERR_UNASSOCIATED_PAD);
+    at(IF_POSITION, &Block::position, ERR_UNASSOCIATED_POSITION);
+    at(IF_READ, &Block::read, ERR_UNASSOCIATED_READ);
+    at(IF_READWRITE, &Block::readwrite, ERR_UNASSOCIATED_READWRITE);
+    at(IF_SEQUENTIAL, &Block::sequential, ERR_UNASSOCIATED_SEQUENTIAL);
+    at(IF_UNFORMATTED, &Block::unformatted, ERR_UNASSOCIATED_UNFORMATTED);
+    at(IF_WRITE, &Block::write, ERR_UNASSOCIATED_WRITE);
+    at(IF_ASYNCHRONOUS, &Block::asynchronous, ERR_UNASSOCIATED_ASYNCHRONOUS);
+    at(IF_DECIMAL, &Block::decimal, ERR_UNASSOCIATED_DECIMAL);
+    at(IF_ROUND, &Block::round, ERR_UNASSOCIATED_ROUND);
+    at(IF_STREAM, &Block::stream, ERR_UNASSOCIATED_STREAM);
+    return p;
+  }();
+  for (uint32_t w = b->iflags & kTextResults; w; w &= w - 1) {
+    const Place& p = kPlaces[static_cast<size_t>(__builtin_ctz(w))];
+    if (!(b->*p.text).text) return p.err;
+  }
   return 0;
 }
 
@@ -149,6 +166,18 @@ const char* position_answer(const Unit* u, const struct stat& st) {
   return "ASIS";
 }
 
+// The results every inquiry of a connected unit writes.
+template <class Block>
+void numbers(Block* b, const Unit* u, int64_t number) {
+  b->exist = 1;
+  b->opened = 1;
+  b->named = u->file_name != nullptr;
+  b->number = number;
+  b->nextrec = (u->flags & UF_SEQUENTIAL_LIKE) ? -1 : u->record_number;
+  b->recl = static_cast<int64_t>(u->inquire_record_length);
+  if (b->iflags & IF_PENDING) b->pending = 0;
+}
+
 // The answers for a taken, connected unit.  0 with the unit still taken,
 // or the failure of a flush with the unit released.
 template <class Block>
@@ -157,13 +186,7 @@ int connected(Block* b, Unit* u, int64_t number) {
   const uint32_t f = u->flags;
   const bool formatted = (f & UF_FORMATTED_LIKE) != 0;
   const bool direct = !(f & UF_SEQUENTIAL_LIKE);
-  b->exist = 1;
-  b->opened = 1;
-  b->named = u->file_name != nullptr;
-  b->number = number;
-  b->nextrec = direct ? u->record_number : -1;
-  b->recl = static_cast<int64_t>(u->inquire_record_length);
-  if (want & IF_PENDING) b->pending = 0;
+  numbers(b, u, number);
 
   if (want & IF_ACCESS)
     copy_value(b->access, (f & UF_SEQUENTIAL) ? "SEQUENTIAL"
@@ -300,6 +323,17 @@ Unit* take(Block* b, int64_t number, int* err) {
 extern "C" {
 
 QAL_EXPORT int __f90_inqu(InquireBlock* b) {
+  // The usual inquiry (OPENED=, NUMBER=, RECL= and their kind) of a
+  // connected unit below 128 in a process with one thread: the record is
+  // read where it stands, as nobody else can change it meanwhile.
+  if (!(b->iflags & (kTextResults | IF_POS | IF_SIZE)) && initio_done() && __libc_single_threaded &&
+      static_cast<uint64_t>(b->unit) < SMALL_UNIT_TABLE_SIZE) {
+    const Unit* u = __f90_small_unit_pointer_table[b->unit];
+    if (u && u->hold_count == 0 && (u->flags & UF_CONNECTED)) {
+      numbers(b, u, b->unit);
+      return 0;
+    }
+  }
   if (int err = missing_text(b)) return refuse(b, err);
   initialise_for(b->iflags & IF_ERR_RETURN, b->location);
   if (static_cast<uint64_t>(b->unit) > kLargestUnit) {
@@ -307,13 +341,13 @@ QAL_EXPORT int __f90_inqu(InquireBlock* b) {
     return 0;
   }
   int err = 0;
-  Unit* u = take(b, b->unit, &err);
-  if (!u) return err;
+  Unit* u = take_quickly(b->unit);
+  if (!u && !(u = take(b, b->unit, &err))) return err;
   if (!(u->flags & UF_CONNECTED))
     unconnected(b, true, nullptr);
   else if ((err = connected(b, u, b->unit)))
     return err;
-  __f90_release_unit(u);
+  release_unit(u);
   return 0;
 }
 

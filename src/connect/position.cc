@@ -126,6 +126,44 @@ ssize_t read_some(Unit* u, char* to, size_t n) {
   return static_cast<ssize_t>(got);
 }
 
+// BACKSPACE without touching the file.  While a unit reads, its buffer
+// holds the file's bytes up to the position (the read paths keep it so), so
+// a record that lies wholly in the buffer before data_ptr is stepped back
+// over by moving data_ptr.  False when the record is not all there.
+bool backspace_in_buffer(Unit* u, bool formatted, bool inside_record) {
+  if (!(u->flags & UF_LAST_READ) || u->stream || !u->buffer) return false;
+  char* const p = u->data_ptr;
+  if (!p || p <= u->buffer || p > u->data_end) return false;
+  if (formatted) {
+    // The record ends with the newline before p, unless a non-advancing
+    // READ stopped inside it; it starts behind the newline before that.
+    const char* before = p;
+    if (!inside_record) {
+      if (p[-1] != '\n') return false;
+      --before;
+    }
+    const void* nl = memrchr(u->buffer, '\n', static_cast<size_t>(before - u->buffer));
+    if (!nl) return false;
+    u->data_ptr = static_cast<char*>(const_cast<void*>(nl)) + 1;
+  } else {
+    // The trailing marker before p, and the leading one it points back
+    // to, must agree.
+    const uint64_t room = static_cast<uint64_t>(p - u->buffer);
+    if (room < 8) return false;
+    uint32_t tail, head;
+    memcpy(&tail, p - 4, 4);
+    if (u->flags2 & UF2_BYTE_SWAP) tail = __builtin_bswap32(tail);
+    if (tail > room - 8) return false;
+    char* start = p - 8 - tail;
+    memcpy(&head, start, 4);
+    if (u->flags2 & UF2_BYTE_SWAP) head = __builtin_bswap32(head);
+    if (head != tail) return false;
+    u->data_ptr = start;
+  }
+  u->flags &= ~kEndState;
+  return true;
+}
+
 // BACKSPACE on a formatted file: read the blocks before the position until
 // the newline ahead of the current record shows; the block that holds it
 // stays in the buffer as read-ahead.
@@ -303,8 +341,11 @@ QAL_EXPORT int __f90_backspace(Block* b) {
   }
   if (!(u->flags & UF_REGULAR_FILE)) return fail(b, u, ERR_NO_BACKSPACE);
   if (!(u->flags & UF_READABLE)) return fail(b, u, ERR_BACKSPACE_NOT_READABLE);
-  const int e = formatted ? backspace_formatted(b, u, inside_record) : backspace_unformatted(b, u);
-  if (e) return e;  // the unit went with the failure
+  if (!backspace_in_buffer(u, formatted, inside_record)) {
+    const int e =
+        formatted ? backspace_formatted(b, u, inside_record) : backspace_unformatted(b, u);
+    if (e) return e;  // the unit went with the failure
+  }
   __f90_release_unit(u);
   return 0;
 }

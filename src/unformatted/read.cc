@@ -57,7 +57,10 @@ int end_of_file(Stmt* s, int err = ERR_END_OF_FILE) {
     if (n == 0) return 0;
     if (!u->stream && !(u->flags & UF_AT_EOF_DATA) &&
         n >= static_cast<uint64_t>(u->buffer_end - u->buffer)) {
-      // As much as the buffer holds, or more: into the item directly.
+      // As much as the buffer holds, or more: into the item directly.  The
+      // buffer is emptied first: what it holds must stay the bytes just
+      // before the position (BACKSPACE steps back over them).
+      reset_cursors(u);
       const ssize_t got = read(u->fd, to, n);
       if (got < 0) {
         if (errno == EINTR && (u->flags & UF_RETRY_EINTR)) continue;
@@ -95,6 +98,7 @@ int skip(Unit* u, uint64_t n) {
       struct stat st;
       const off_t here = lseek(u->fd, 0, SEEK_CUR);
       if (here >= 0 && fstat(u->fd, &st) == 0 && static_cast<uint64_t>(st.st_size - here) >= n) {
+        reset_cursors(u);
         if (lseek(u->fd, static_cast<off_t>(n), SEEK_CUR) < 0) return errno;
         return 0;
       }

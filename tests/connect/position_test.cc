@@ -192,6 +192,33 @@ TEST_F(Positioning, UnformattedRecordsBackAndForth) {
     EXPECT_EQ(UnformattedRead(11).start().value(&k).end(), ERR_END_OF_FILE);
     close_unit(11);
     EXPECT_EQ(dir_.read("u.dat").size(), 4u + 4 + 5000 + 4);
+
+    // Small records, all in the buffer once read: stepping back moves
+    // within it, and reads on from there.
+    ASSERT_EQ(Open(11).file("s.dat").form("UNFORMATTED").status("REPLACE").run(), 0);
+    if (swapped) __f90_small_unit_pointer_table[11]->flags2 |= UF2_BYTE_SWAP;
+    for (int32_t r = 0; r < 6; ++r)
+      ASSERT_EQ(UnformattedWrite(11).start().i4(r).text(std::string(r, 'y')).end(), 0);
+    EXPECT_EQ(position(__f90_rewind, 11), 0);
+    std::string got;
+    const auto next = [&] {
+      int32_t r = -1;
+      EXPECT_EQ(UnformattedRead(11).start().value(&r).end(), 0);
+      got += std::to_string(r);
+    };
+    for (int r = 0; r < 4; ++r) next();
+    for (int back : {1, 2, 3, 1}) {
+      for (int i = 0; i < back; ++i) EXPECT_EQ(position(__f90_backspace, 11), 0);
+      next();
+    }
+    EXPECT_EQ(got,
+              "0123"
+              "3"
+              "2"
+              "0"
+              "0")
+        << swapped;
+    close_unit(11);
   }
 }
 
